@@ -1,0 +1,55 @@
+# Compiler settings shared by every target, and the helpers that declare targets.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+
+find_program(TOLVEN_CCACHE ccache)
+if(TOLVEN_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${TOLVEN_CCACHE}")
+endif()
+
+add_library(tolven_options INTERFACE)
+target_compile_options(tolven_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
+                                                -Wnon-virtual-dtor -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  target_compile_options(tolven_options INTERFACE -Wthread-safety)
+endif()
+if(TOLVEN_SANITIZE)
+  string(REPLACE "," ";" tolven_sanitizers "${TOLVEN_SANITIZE}")
+  foreach(sanitizer IN LISTS tolven_sanitizers)
+    target_compile_options(tolven_options INTERFACE -fsanitize=${sanitizer})
+    target_link_options(tolven_options INTERFACE -fsanitize=${sanitizer})
+  endforeach()
+  target_compile_options(tolven_options INTERFACE -fno-omit-frame-pointer
+                                                  -fno-sanitize-recover=all)
+endif()
+
+# tolven_library(NAME SOURCES a.cpp ... DEPS target ...)
+function(tolven_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE tolven_options)
+endfunction()
+
+# tolven_program(NAME SOURCES a.cpp ... DEPS target ...)
+function(tolven_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} tolven_options)
+endfunction()
+
+# tolven_test(NAME SOURCES a.cpp ... DEPS target ... [LABELS label ...])
+# A GoogleTest program; each of its cases becomes one ctest entry.
+function(tolven_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} GTest::gtest GTest::gmock tolven_test_main
+                                        tolven_options)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120 LABELS
+                                                                  "${ARG_LABELS}")
+endfunction()
