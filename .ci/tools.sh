@@ -1,0 +1,81 @@
+# Steps of .ci/run that need more than a line. Sourced, not run.
+
+install_ci_tools() {
+  local missing=() package sudo=()
+  while read -r package; do
+    [[ -z $package || $package == \#* ]] && continue
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
+      missing+=("$package")
+  done <cmake/debian-packages-ci.txt
+  ((${#missing[@]})) || return 0
+  ((EUID == 0)) || sudo=(sudo)
+  "${sudo[@]}" apt-get update -qq
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+    --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# run_fuzzers FOLDER SECONDS: each fuzz target on a copy of its seed corpus.
+run_fuzzers() {
+  local target corpus pids=() status=0
+  for target in "$1"/*/fuzz_*; do
+    [[ -f $target && -x $target ]] || continue
+    corpus=$(mktemp -d)
+    cp -r "fuzz/$(basename "$(dirname "$target")")/corpus/$(basename "$target")/." "$corpus/"
+    "$target" -max_total_time="$2" -rss_limit_mb=2048 -timeout=10 \
+      -artifact_prefix="$corpus/" "$corpus" >"$corpus.log" 2>&1 &
+    pids+=("$!:$target:$corpus")
+    # Two at a time.
+    if ((${#pids[@]} % 2 == 0)); then wait_fuzzers "${pids[@]: -2}" || status=1; fi
+  done
+  ((${#pids[@]})) || { echo "no fuzz target was built"; return 1; }
+  if ((${#pids[@]} % 2)); then wait_fuzzers "${pids[-1]}" || status=1; fi
+  return $status
+}
+
+wait_fuzzers() {
+  local entry pid target corpus status=0
+  for entry in "$@"; do
+    IFS=: read -r pid target corpus <<<"$entry"
+    if wait "$pid"; then
+      echo "${target##*/}: $(tail -n 1 "$corpus.log")"
+    else
+      echo "${target##*/} found something:"
+      tail -n 60 "$corpus.log"
+      status=1
+    fi
+    rm -rf "$corpus" "$corpus.log"
+  done
+  return $status
+}
+
+# run_tidy BUILD: clang-tidy on every source whose text, or that of a header it includes, has changed
+# since it last passed. Verdicts are kept by content in ~/.cache/tolven/tidy.
+run_tidy() {
+  local build=$1 cache=${XDG_CACHE_HOME:-$HOME/.cache}/tolven/tidy
+  mkdir -p "$cache"
+  local top sources
+  top=$(pwd)
+  sources=$(git ls-files 'src/**.cpp' 'ctl/**.cpp' 'server/**.cpp' | grep -v -- '-windows\.cpp$')
+  # One line for each object file with the project files it was made from.
+  ninja -C "$build" -t deps | awk -v top="$top/" '
+    /^[^ ].*: #deps/ { if (line) print line; line = ""; next }
+    /^    / {
+      file = $1
+      if (index(file, top) == 1) line = line " " substr(file, length(top) + 1)
+      else if (file ~ /^\.\.\/\.\.\//) { sub(/^\.\.\/\.\.\//, "", file); line = line " " file }
+    }
+    END { if (line) print line }' >"$build/deps.list"
+  local source deps key pending=()
+  for source in $sources; do
+    deps=$(grep -m1 -E "^ $source( |\$)" "$build/deps.list" || echo "$source")
+    key=$(cat .clang-tidy $deps | sha256sum | cut -d' ' -f1)
+    [[ -e $cache/$key ]] || pending+=("$source:$key")
+  done
+  echo "${#pending[@]} of $(wc -w <<<"$sources") sources to look at"
+  ((${#pending[@]})) || return 0
+  export build cache
+  printf '%s\n' "${pending[@]}" | xargs -P "$(nproc)" -I{} bash -c '
+    source=${1%%:*} key=${1##*:}
+    if out=$(clang-tidy -p "$build" --quiet "$source" 2>/dev/null); then touch "$cache/$key"
+    else printf "%s\n%s\n" "$source" "$out"; exit 1; fi' _ {}
+}
