@@ -1,131 +1,176 @@
 #include "lib/config.h"
 
 #include <algorithm>
-#include <array>
-#include <sstream>
+#include <charconv>
+#include <optional>
 #include <string>
 
 #include "platform/files.h"
 
 namespace tolven {
+
 namespace {
 
-constexpr std::size_t kMaxLine = 8191;
+constexpr std::size_t kLongestLine = 8191;
+constexpr std::size_t kReadSize = 16384;
 
 bool IsSpace(char c) { return (c >= 9 && c <= 13) || c == ' '; }
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }
+bool IsQuote(char c) { return c == '\'' || c == '"'; }
 
 bool IsKeyCharacter(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
          c == '.' || c == '_';
 }
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }
+std::string_view SkipSpace(std::string_view text) {
+  while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
+  return text;
+}
 
-template <class Test>
-std::string_view TakeWhile(std::string_view& line, Test test) {
-  std::size_t size = 0;
-  while (size < line.size() && test(line[size])) ++size;
-  const std::string_view taken = line.substr(0, size);
-  line.remove_prefix(size);
+// Cuts the characters that satisfy `belongs` off the front of `text`.
+template <class Predicate>
+std::string_view TakeWhile(std::string_view& text, Predicate belongs) {
+  std::size_t end = 0;
+  while (end < text.size() && belongs(text[end])) ++end;
+  const std::string_view taken = text.substr(0, end);
+  text.remove_prefix(end);
   return taken;
 }
 
-// A quoted value, the quotes taken off. False when it has no end or holds a control character.
-bool TakeQuoted(std::string_view& line, std::string_view& value) {
-  const char quote = line.front();
-  const std::size_t end = line.find(quote, 1);
-  if (end == std::string_view::npos) return false;
-  value = line.substr(1, end - 1);
-  line.remove_prefix(end + 1);
-  return std::none_of(value.begin(), value.end(), IsControl);
+// Cuts a value off the front of `text`, which is not empty; nothing when it is malformed.
+std::optional<std::string_view> TakeValue(std::string_view& text) {
+  const char quote = text.front();
+  if (!IsQuote(quote)) {
+    return TakeWhile(text, [](char c) { return c != ' ' && !IsControl(c); });
+  }
+  text.remove_prefix(1);
+  const std::string_view value =
+      TakeWhile(text, [quote](char c) { return c != quote && !IsControl(c); });
+  if (text.empty() || text.front() != quote) return std::nullopt;
+  text.remove_prefix(1);
+  return value;
+}
+
+// One line as a reader with a bounded buffer gets it: up to and with the line end.
+std::string_view TakeLine(std::string_view& text) {
+  std::size_t size = std::min(text.size(), kLongestLine);
+  const std::size_t end = text.substr(0, size).find('\n');
+  if (end != std::string_view::npos) size = end + 1;
+  const std::string_view line = text.substr(0, size);
+  text.remove_prefix(size);
+  return line.substr(0, line.find('\0'));
+}
+
+bool ReadWhole(const ustring& path, std::string& text) {
+  platform::ScopedFile file;
+  if (!platform::files().Open(path, platform::OpenMode::kRead, *file.receive()).ok()) return false;
+  std::size_t got = 0;
+  do {
+    const std::size_t size = text.size();
+    text.resize(size + kReadSize);
+    if (!platform::files().Read(file.get(), text.data() + size, kReadSize, got).ok()) return false;
+    text.resize(size + got);
+  } while (got != 0);
+  return true;
+}
+
+// How `value` is written, or nothing when it has no form.
+std::optional<std::string> Quoted(std::string_view value) {
+  bool blank = value.empty();
+  for (const char c : value) {
+    if (IsControl(c)) return std::nullopt;
+    blank = blank || c == ' ';
+  }
+  if (!blank && !IsQuote(value.front())) return std::string(value);
+  for (const char quote : {'"', '\''}) {
+    if (value.find(quote) == std::string_view::npos) {
+      return std::string(1, quote).append(value).append(1, quote);
+    }
+  }
+  return std::nullopt;
+}
+
+bool WriteWhole(const ustring& path, const std::string& text) {
+  platform::Files& files = platform::files();
+  platform::ScopedFile file;
+  if (!files.Open(path, platform::OpenMode::kTruncate, *file.receive()).ok()) return false;
+  std::size_t written = 0;
+  return files.Write(file.get(), text.data(), text.size(), written).ok() &&
+         files.Sync(file.get()).ok() && files.Close(file.Release()).ok();
 }
 
 }  // namespace
 
 int Config::read(const ustring& path) {
-  if (path.empty()) return -1;
-  platform::ScopedFile file;
-  if (!platform::files().Open(path, platform::OpenMode::kRead, *file.receive()).ok()) return -1;
   std::string text;
-  std::array<char, 65536> block;
-  std::size_t got = 0;
-  do {
-    if (!platform::files().Read(file.get(), block.data(), block.size(), got).ok()) return -1;
-    text.append(block.data(), got);
-  } while (got > 0);
+  if (path.empty() || !ReadWhole(path, text)) return -1;
   return parse(text);
 }
 
 int Config::parse(std::string_view text) {
   while (!text.empty()) {
-    const std::size_t end = text.substr(0, kMaxLine).find('\n');
-    const std::size_t size =
-        end == std::string_view::npos ? std::min(kMaxLine, text.size()) : end + 1;
-    std::string_view line = text.substr(0, size);
-    text.remove_prefix(size);
-    if (!ParseLine(line.substr(0, line.find('\0')))) {
-      store_.clear();
+    if (ParseLine(TakeLine(text)) < 0) {
+      store.clear();
       return -1;
     }
   }
   return 0;
 }
 
-bool Config::ParseLine(std::string_view line) {
-  TakeWhile(line, IsSpace);
+int Config::ParseLine(std::string_view line) {
+  line = SkipSpace(line);
   const std::string_view key = TakeWhile(line, IsKeyCharacter);
-  if (line.empty() || line.front() == '\n' || line.front() == '#') return true;
-  TakeWhile(line, IsSpace);
-  if (line.empty() || line.front() != '=') return false;
-  line.remove_prefix(1);
-  TakeWhile(line, IsSpace);
-  if (line.empty()) return false;
-
-  std::string_view value;
-  if (line.front() == '\'' || line.front() == '"') {
-    if (!TakeQuoted(line, value)) return false;
-  } else {
-    value = TakeWhile(line, [](char c) { return c != ' ' && !IsControl(c); });
-    if (value.empty()) return false;
-  }
-  TakeWhile(line, IsSpace);
-  if (!line.empty() && line.front() != '#') return false;
-  store_[ustring(key)] = value;
-  return true;
+  if (line.empty() || line.front() == '\n' || line.front() == '#') return 0;
+  line = SkipSpace(line);
+  if (line.empty() || line.front() != '=') return -1;
+  line = SkipSpace(line.substr(1));
+  if (line.empty()) return -1;
+  const std::optional<std::string_view> value = TakeValue(line);
+  if (!value) return -1;
+  line = SkipSpace(line);
+  if (!line.empty() && line.front() != '#') return -1;
+  store[ustring(key)] = *value;
+  return 0;
 }
 
 int Config::write(const ustring& path) const {
   std::string text;
-  for (const auto& [key, value] : store_) {
-    const char quote = value.find('"') == ustring::npos ? '"' : '\'';
-    if (value.find(quote) != ustring::npos ||
-        std::any_of(value.view().begin(), value.view().end(), IsControl)) {
-      return -1;
-    }
-    text.append(key.view()).append(" = ");
-    text.append(1, quote).append(value.view()).append(1, quote).append("\n");
+  for (const auto& [key, value] : store) {
+    std::string_view rest = key.view();
+    TakeWhile(rest, IsKeyCharacter);
+    const std::optional<std::string> quoted = Quoted(value.view());
+    if (!rest.empty() || !quoted) return -1;
+    text.append(key.view()).append("=").append(*quoted).append("\n");
   }
-  platform::ScopedFile file;
-  if (!platform::files().Open(path, platform::OpenMode::kTruncate, *file.receive()).ok()) return -1;
-  std::size_t written = 0;
-  return platform::files().Write(file.get(), text.data(), text.size(), written).ok() ? 0 : -1;
+  if (path.empty()) return -1;
+  const ustring draft = path + ".new";
+  if (WriteWhole(draft, text) && platform::files().Rename(draft, path).ok()) return 0;
+  (void)platform::files().RemoveFile(draft);
+  return -1;
 }
 
 const ustring& Config::operator[](const ustring& key) const {
-  static const ustring kEmpty;
-  const auto found = store_.find(key);
-  return found == store_.end() ? kEmpty : found->second;
+  static const ustring empty;
+  const auto found = store.find(key);
+  return found == store.end() ? empty : found->second;
 }
 
 int Config::get_int(const ustring& key, int fallback) const {
-  std::istringstream in((*this)[key].str());
+  const auto found = store.find(key);
   int value = 0;
-  return in >> value ? value : fallback;
+  return found != store.end() && ParseInt(found->second.view(), value) ? value : fallback;
 }
 
 bool Config::get_bool(const ustring& key, bool fallback) const {
-  const ustring& value = (*this)[key];
-  return value == "true" || (value != "false" && fallback);
+  const auto found = store.find(key);
+  return found == store.end() ? fallback : found->second == "true";
+}
+
+bool Config::ParseInt(std::string_view text, int& value) {
+  text = SkipSpace(text);
+  if (text.size() > 1 && text.front() == '+' && text[1] != '-') text.remove_prefix(1);
+  return std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc{};
 }
 
 }  // namespace tolven

@@ -1,107 +1,123 @@
 #include "lib/log.h"
 
-#include <array>
+#include <fmt/chrono.h>
+
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <ctime>
-#include <functional>
 #include <memory>
-#include <sstream>
 #include <unordered_map>
 #include <vector>
 
 #include "lib/config.h"
+#include "lib/log-format.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/mutex.h"
 
 namespace tolven {
+
 namespace {
 
-using platform::ScopedFile;
-
-constexpr std::size_t kRotateSize = 0x100000;
+constexpr std::int64_t kRotateSize = 0x100000;  // characters
+constexpr int kDefaultRotateCount = 50;
 constexpr int kRotateCountAfterDestroy = 32;
+constexpr std::size_t kTimeSize = 1024;
 
-using LevelTable = std::unordered_map<ustring, int, UStringHash, UStringEqual>;
+using Thresholds = std::unordered_map<ustring, int, UStringHash, UStringEqual>;
 
 struct State {
   Mutex lock;
   Logger::Type type GUARDED_BY(lock) = Logger::STDOUT_LOGGER;
-  FILE* stream GUARDED_BY(lock) = nullptr;  // for the standard streams
-  ScopedFile file GUARDED_BY(lock);
-  // Characters written since the file was begun; below 0 there is no limit.
-  long long size GUARDED_BY(lock) = -1;
-  int rotate_count GUARDED_BY(lock) = 50;
+  // Where messages go: a standard stream, or `file`, or nowhere.
+  std::FILE* stream GUARDED_BY(lock) = nullptr;
+  platform::NativeFile file GUARDED_BY(lock) = platform::kInvalidFile;
+  std::int64_t size GUARDED_BY(lock) = -1;  // characters; negative: no limit
+  int rotate_count GUARDED_BY(lock) = kDefaultRotateCount;
   ustring path GUARDED_BY(lock);
-  std::vector<std::unique_ptr<LevelTable>> tables GUARDED_BY(lock);
+  std::int64_t stamp_second GUARDED_BY(lock) = -1;
+  std::string stamp GUARDED_BY(lock);
 
-  // Thresholds are looked up without the lock: a table never changes once it is published, and all
-  // that ever were stay alive.
-  std::atomic<const LevelTable*> levels{nullptr};
-  std::atomic<bool> has_destination{false};
+  // What every message looks at, without the lock: tables are never changed once published, and
+  // never freed, since a thread may still be reading an older one.
+  std::atomic<const Thresholds*> thresholds = nullptr;
+  std::vector<std::unique_ptr<const Thresholds>> tables GUARDED_BY(lock);
 };
 
-// Never destroyed, so that objects which end after main() may still log.
+// Lives to the very end of the process, since threads may log that long.
 State& state() {
   static State* const instance = new State;
   return *instance;
 }
 
-bool ParseLevel(const ustring& text, int& level) {
-  std::istringstream in(text.str());
-  return static_cast<bool>(in >> level);
+void PublishThresholds(State& s, const ustring& level_file) REQUIRES(s.lock) {
+  auto table = s.tables.empty() ? std::make_unique<Thresholds>()
+                                : std::make_unique<Thresholds>(*s.tables.back());
+  table->try_emplace("default_component", 0);
+  Config levels;
+  if (!level_file.empty() && levels.read(level_file) == 0) {
+    for (const auto& [category, text] : levels) {
+      int level = 0;
+      if (Config::ParseInt(text.view(), level)) (*table)[category] = level;
+    }
+  }
+  s.tables.push_back(std::move(table));
+  s.thresholds.store(s.tables.back().get(), std::memory_order_release);
 }
 
-void UpdateDestination(State& s) REQUIRES(s.lock) {
-  s.has_destination = s.type == Logger::SYSLOG_LOGGER || s.stream != nullptr || s.file.valid();
+void CloseDestination(State& s) REQUIRES(s.lock) {
+  s.stream = nullptr;
+  if (s.file == platform::kInvalidFile) return;
+  (void)platform::files().Close(s.file);
+  s.file = platform::kInvalidFile;
 }
 
-// The caller holds the log's lock, which keeps std::localtime's buffer its own.
-std::string TimeStamp() {
-  const auto now = static_cast<std::time_t>(platform::clock().WallSeconds());
-  const std::tm* const parts = std::localtime(&now);
-  std::array<char, 64> text{};
-  if (parts == nullptr) return {};
-  return {text.data(), std::strftime(text.data(), text.size(), "%b %d %H:%M:%S ", parts)};
+int OpenFile(State& s, const ustring& path) REQUIRES(s.lock) {
+  platform::NativeFile file = platform::kInvalidFile;
+  if (!platform::files().Open(path, platform::OpenMode::kAppend, file).ok()) return -1;
+  s.file = file;
+  return 0;
 }
 
-// Characters, not bytes.
-long long CountCharacters(std::string_view text) {
-  long long count = 0;
-  for (const char c : text) count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  return count;
-}
-
-int RotateLocked(State& s) REQUIRES(s.lock) {
+int RotateFiles(State& s) REQUIRES(s.lock) {
   platform::Files& files = platform::files();
-  const auto numbered = [&s](int n) REQUIRES(s.lock) {
-    return ustring(s.path.str() + "_" + std::to_string(n));
-  };
+  const auto numbered = [&s](int number)
+                            REQUIRES(s.lock) { return s.path + "_" + std::to_string(number); };
   // Older files need not exist.
   for (int i = s.rotate_count - 2; i >= 0; --i) {
-    (void)files.RenameNoReplace(numbered(i), numbered(i + 1));
+    (void)files.Rename(numbered(i), numbered(i + 1));
   }
   (void)files.RemoveFile(numbered(s.rotate_count - 1));
-  s.file.Reset();
-  int result = files.Rename(s.path, numbered(0)).ok() ? 0 : -1;
-  if (result == 0 && !files.Open(s.path, platform::OpenMode::kAppend, *s.file.receive()).ok()) {
-    result = -1;
-  }
-  UpdateDestination(s);
-  return result;
+  CloseDestination(s);
+  if (!files.Rename(s.path, numbered(0)).ok()) return -1;
+  return OpenFile(s, s.path);
 }
 
-void WriteFileLog(State& s, const std::string& line) REQUIRES(s.lock) {
-  std::size_t written = 0;
-  const bool complete =
-      platform::files().Write(s.file.get(), line.data(), line.size(), written).ok();
-  if (s.size < 0 || !complete) return;
-  s.size += CountCharacters(line);
-  if (s.size > static_cast<long long>(kRotateSize)) {
-    RotateLocked(s);
-    s.size = 0;
+const std::string& TimeStamp(State& s) REQUIRES(s.lock) {
+  const std::int64_t now = platform::clock().WallSeconds();
+  if (now != s.stamp_second || s.stamp.empty()) {
+    char text[kTimeSize];
+    const std::tm local = fmt::localtime(static_cast<std::time_t>(now));
+    s.stamp.assign(text, std::strftime(text, sizeof text, "%b %d %H:%M:%S ", &local));
+    s.stamp_second = now;
   }
+  return s.stamp;
+}
+
+bool WriteStream(std::FILE* stream, const std::string& text) {
+  return std::fwrite(text.data(), 1, text.size(), stream) == text.size() &&
+         std::fflush(stream) == 0;
+}
+
+void WriteFile(State& s, const std::string& text) REQUIRES(s.lock) {
+  std::size_t written = 0;
+  if (!platform::files().Write(s.file, text.data(), text.size(), written).ok()) return;
+  if (s.size < 0) return;
+  s.size += std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
+  if (s.size <= kRotateSize) return;
+  (void)RotateFiles(s);
+  s.size = 0;
 }
 
 }  // namespace
@@ -109,94 +125,71 @@ void WriteFileLog(State& s, const std::string& line) REQUIRES(s.lock) {
 int Logger::Initialize(Type type, const ustring& path, const ustring& level_file,
                        int rotate_count) {
   State& s = state();
-  MutexLock lock(s.lock);
-  const LevelTable* const before = s.levels.load();
-  auto table =
-      before == nullptr ? std::make_unique<LevelTable>() : std::make_unique<LevelTable>(*before);
-  table->try_emplace("default_component", 0);
-  Config config;
-  if (!level_file.empty() && config.read(level_file) == 0) {
-    for (const auto& [category, text] : config) {
-      int level = 0;
-      if (ParseLevel(text, level)) (*table)[category] = level;
-    }
-  }
-  s.levels = table.get();
-  s.tables.push_back(std::move(table));
-
+  const MutexLock hold(s.lock);
+  PublishThresholds(s, level_file);
+  CloseDestination(s);
   s.type = type;
-  s.stream = nullptr;
-  s.file.Reset();
-  int result = 0;
-  if (type == STDOUT_LOGGER) s.stream = stdout;
-  if (type == STDERR_LOGGER) s.stream = stderr;
-  if (type == FILE_LOGGER) {
-    s.size = -1;
-    if (path.empty() ||
-        !platform::files().Open(path, platform::OpenMode::kAppend, *s.file.receive()).ok()) {
-      result = -1;
-    } else {
-      s.path = path;
-      s.rotate_count = rotate_count;
-      s.size = 0;
-    }
+  s.size = -1;
+  if (type != FILE_LOGGER) {
+    s.stream = type == STDOUT_LOGGER ? stdout : stderr;
+    return 0;
   }
-  UpdateDestination(s);
-  return result;
+  if (path.empty() || OpenFile(s, path) < 0) return -1;
+  s.path = path;
+  s.rotate_count = rotate_count;
+  s.size = 0;
+  return 0;
 }
 
 void Logger::Destroy() {
   State& s = state();
-  MutexLock lock(s.lock);
+  const MutexLock hold(s.lock);
   if (s.type != FILE_LOGGER) return;
-  s.file.Reset();
+  CloseDestination(s);
   s.size = -1;
   s.type = STDERR_LOGGER;
   s.stream = stderr;
   s.path.clear();
   s.rotate_count = kRotateCountAfterDestroy;
-  UpdateDestination(s);
-}
-
-bool Logger::IsEnabled(Level level, std::string_view category) {
-  const State& s = state();
-  if (!s.has_destination.load(std::memory_order_relaxed)) return false;
-  const LevelTable* const levels = s.levels.load(std::memory_order_acquire);
-  if (levels == nullptr) return level <= L_WARNING;
-  const auto found = levels->find(category);
-  return level <= (found == levels->end() ? static_cast<int>(L_WARNING) : found->second);
-}
-
-void Logger::LogMsg2(Level level, std::string_view category, const xchar* format,
-                     std::span<const LogArg> args) {
-  if (!IsEnabled(level, category)) return;
-  std::string message;
-  FormatLogMessage(format, args, message);
-
-  State& s = state();
-  MutexLock lock(s.lock);
-  if (s.type == ANDROID_LOGGER || s.type == SYSLOG_LOGGER) {
-    std::fwrite(message.data(), 1, message.size(), stderr);
-    return;
-  }
-  const std::string line = TimeStamp() + message;
-  if (s.file.valid()) {
-    WriteFileLog(s, line);
-  } else if (s.stream != nullptr) {
-    std::fwrite(line.data(), 1, line.size(), s.stream);
-    std::fflush(s.stream);
-  }
 }
 
 int Logger::Rotate() {
   State& s = state();
-  MutexLock lock(s.lock);
-  return RotateLocked(s);
+  const MutexLock hold(s.lock);
+  return s.path.empty() ? -1 : RotateFiles(s);
+}
+
+bool Logger::IsEnabled(Level level, LogCategory category) {
+  const Thresholds* const thresholds = state().thresholds.load(std::memory_order_acquire);
+  if (thresholds == nullptr) return false;
+  const auto found = thresholds->find(category.name);
+  const int threshold = found == thresholds->end() ? L_WARNING : found->second;
+  return threshold >= level;
+}
+
+void Logger::LogMsg2(Level level, LogCategory category, const xchar* format,
+                     std::span<const LogArg> args) {
+  if (IsEnabled(level, category)) Write(format, args);
+}
+
+void Logger::Write(const xchar* format, std::span<const LogArg> args) {
+  std::string message;
+  FormatLogMessage(message, format, args);
+  State& s = state();
+  const MutexLock hold(s.lock);
+  if (s.type == ANDROID_LOGGER || s.type == SYSLOG_LOGGER) {
+    (void)WriteStream(stderr, message);
+  } else if (s.stream != nullptr) {
+    (void)WriteStream(s.stream, message.insert(0, TimeStamp(s)));
+  } else if (s.file != platform::kInvalidFile) {
+    WriteFile(s, message.insert(0, TimeStamp(s)));
+  }
 }
 
 void LogMSG_c(int level, const char* category, const wchar_t* format, const char* args) {
   const LogArg list[] = {LogArg(args)};
-  Logger::LogMsg2(static_cast<Logger::Level>(level), category, format, list);
+  Logger::LogMsg2(static_cast<Logger::Level>(level), ustring(category), format,
+                  std::span<const LogArg>(list, args == nullptr ? 0 : 1));
 }
 
 }  // namespace tolven
