@@ -1,5 +1,6 @@
 #include "protocol/object.h"
 
+#include <deque>
 #include <stdexcept>
 
 namespace tolven {
@@ -52,37 +53,40 @@ PObject& PObject::operator=(PObject&& other) noexcept {
   return *this;
 }
 
-PObject& PObject::operator=(const string_type& text) { return *this = string_type(text); }
-
-PObject& PObject::operator=(string_type&& text) {
-  auto* const payload = new string_type(std::move(text));
-  clear();
-  type_ = TYPE_STRING;
-  data_.string = payload;
-  return *this;
+PObject::PObject(string_type&& text) : type_(TYPE_STRING) {
+  data_.string = new string_type(std::move(text));
 }
 
+// Each builds the new payload first, so that it may come from this object's own tree.
+PObject& PObject::operator=(const string_type& text) { return *this = PObject(text); }
+PObject& PObject::operator=(string_type&& text) { return *this = PObject(std::move(text)); }
+
 PObject& PObject::operator=(const binary_type& slice) {
-  auto* const payload = new binary_type(slice);
-  clear();
-  type_ = TYPE_BINARY;
-  data_.binary = payload;
-  return *this;
+  PObject fresh;
+  fresh.data_.binary = new binary_type(slice);
+  fresh.type_ = TYPE_BINARY;
+  return *this = std::move(fresh);
 }
 
 PObject& PObject::operator=(const map_type& members) {
   PObject fresh;
   map_type& target = fresh.asMap();
-  for (const auto& [key, member] : members) target[key].copy(member);
-  swap(fresh);
-  return *this;
+  for (const auto& [key, member] : members) target.emplace_hint(target.end(), key, member);
+  return *this = std::move(fresh);
 }
 
-PObject& PObject::operator=(const array_type& elements) {
+PObject& PObject::operator=(map_type&& members) {
   PObject fresh;
-  fresh.asArray() = elements;
-  swap(fresh);
-  return *this;
+  fresh.asMap().swap(members);
+  return *this = std::move(fresh);
+}
+
+PObject& PObject::operator=(const array_type& elements) { return *this = array_type(elements); }
+
+PObject& PObject::operator=(array_type&& elements) {
+  PObject fresh;
+  fresh.asArray().swap(elements);
+  return *this = std::move(fresh);
 }
 
 bool PObject::isEmpty() const {
@@ -169,85 +173,119 @@ PObject& PObject::at(std::size_t index) {
   return std::next(data_.map->begin(), static_cast<std::ptrdiff_t>(index))->second;
 }
 
-void PObject::clear() noexcept {
-  if (!isContainer()) {
-    if (isString()) delete data_.string;
-    if (isBinary()) delete data_.binary;
-    type_ = TYPE_NULL;
-    data_ = {};
-    return;
-  }
-  array_type pending;
-  release(pending);
-  while (!pending.empty()) {
-    PObject child(std::move(pending.back()));
-    pending.pop_back();
-    child.release(pending);
-  }
+PObject& PObject::firstChild() {
+  return isArray() ? data_.array->front() : data_.map->begin()->second;
 }
 
-void PObject::release(array_type& pending) noexcept {
-  const auto keep = [&pending](PObject& child) {
-    if (child.isContainer()) pending.push_back(std::move(child));
-  };
+template <class Visit>
+void PObject::eachChild(Visit visit) {
   if (isArray()) {
-    for (PObject& child : *data_.array) keep(child);
-    delete data_.array;
+    for (PObject& child : *data_.array) visit(child);
   } else {
-    for (auto& [key, child] : *data_.map) keep(child);
-    delete data_.map;
+    for (auto& [key, child] : *data_.map) visit(child);
   }
-  type_ = TYPE_NULL;
-  data_ = {};
 }
 
-void PObject::copyShallow(const PObject& other) {
-  switch (other.type_) {
-    case TYPE_INTEGER:
-      *this = other.data_.integer;
-      break;
+void PObject::freePayload() noexcept {
+  switch (type_) {
     case TYPE_STRING:
-      *this = *other.data_.string;
+      delete data_.string;
       break;
     case TYPE_BINARY:
-      *this = *other.data_.binary;
-      break;
-    case TYPE_MAP:
-      asMap();
+      delete data_.binary;
       break;
     case TYPE_ARRAY:
-      asArray();
+      delete data_.array;
+      break;
+    case TYPE_MAP:
+      delete data_.map;
       break;
     default:
-      clear();
+      break;
   }
+  type_ = TYPE_NULL;
+}
+
+// A tree is taken apart container by container, without recursion and without memory of its own:
+// containers that wait to be freed form a chain, in which each holds the rest of the chain in the
+// place of its first child. A first child that is a container itself goes on the chain next.
+void PObject::hang(PObject& chain, PObject& container) noexcept {
+  PObject waiting(std::move(container));
+  while (waiting.isContainer() && !waiting.isEmpty()) {
+    PObject& place = waiting.firstChild();
+    PObject child(std::move(place));
+    place.swap(chain);
+    chain.swap(waiting);
+    waiting.swap(child);
+  }
+  waiting.freePayload();
+}
+
+void PObject::free() noexcept {
+  if (!isContainer()) return freePayload();
+  PObject chain;
+  hang(chain, *this);
+  while (!chain.isNull()) {
+    PObject container(std::move(chain));
+    chain.swap(container.firstChild());
+    container.eachChild([&chain](PObject& child) {
+      if (child.isContainer()) hang(chain, child);
+    });
+    container.freePayload();
+  }
+}
+
+void PObject::copyPayload(const PObject& other) {
+  switch (other.type_) {
+    case TYPE_STRING:
+      data_.string = new string_type(*other.data_.string);
+      break;
+    case TYPE_BINARY:
+      data_.binary = new binary_type(*other.data_.binary);
+      break;
+    case TYPE_ARRAY:
+      data_.array = new array_type(other.data_.array->size());
+      break;
+    case TYPE_MAP:
+      data_.map = new map_type;
+      break;
+    default:
+      data_ = other.data_;
+  }
+  type_ = other.type_;
 }
 
 void PObject::copy(const PObject& other) {
-  clear();
-  std::vector<std::pair<const PObject*, PObject*>> pending{{&other, this}};
+  if (this == &other) return clear();
+  PObject fresh;
+  fresh.copyPayload(other);
+  std::vector<std::pair<const PObject*, PObject*>> pending;
+  const auto copy_child = [&pending](const PObject& source, PObject& target) {
+    target.copyPayload(source);
+    if (source.isContainer() && !source.isEmpty()) pending.emplace_back(&source, &target);
+  };
+  if (other.isContainer()) pending.emplace_back(&other, &fresh);
   while (!pending.empty()) {
     const auto [source, target] = pending.back();
     pending.pop_back();
-    target->copyShallow(*source);
     if (source->isArray()) {
-      array_type& elements = *target->data_.array;
-      elements.resize(source->data_.array->size());
+      const array_type& elements = *source->data_.array;
       for (std::size_t i = 0; i < elements.size(); ++i) {
-        pending.emplace_back(&(*source->data_.array)[i], &elements[i]);
+        copy_child(elements[i], (*target->data_.array)[i]);
       }
-    } else if (source->isMap()) {
+    } else {
       map_type& members = *target->data_.map;
       for (const auto& [key, member] : *source->data_.map) {
-        pending.emplace_back(&member, &members.emplace_hint(members.end(), key, PObject())->second);
+        copy_child(member, members.try_emplace(members.end(), key)->second);
       }
     }
   }
+  *this = std::move(fresh);
 }
 
 ustring PObject::toString() const {
   std::string text;
-  std::vector<Cursor> open;
+  std::deque<Cursor> open;  // grows without moving what it holds
   const auto enter = [&](const PObject& value) {
     if (value.isContainer()) {
       text += value.isMap() ? '{' : '[';
@@ -273,9 +311,9 @@ ustring PObject::toString() const {
     } else {
       child = &cursor.object->asArray()[cursor.element++];
     }
-    enter(*child);  // may move the cursor
+    enter(*child);
   }
-  return ustring(text);
+  return ustring(std::move(text));
 }
 
 }  // namespace tolven

@@ -10,12 +10,17 @@
 #include <cstdint>
 #include <map>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "ustring/ustring.h"
 
 namespace tolven {
+
+// What an integer is made from: every integral type, bool and enumerators that convert to one.
+template <class T>
+concept Number = std::integral<T> ||(std::is_enum_v<T>&& std::is_convertible_v<T, std::int64_t>);
 
 class PObject {
  public:
@@ -51,13 +56,19 @@ class PObject {
 
   PObject() = default;
   PObject(const PObject& other) { copy(other); }
-  PObject(PObject&& other) noexcept { swap(other); }
-  PObject(const char* text) { *this = text; }
-  PObject(const string_type& text) { *this = text; }
-  PObject(integer_type value) { *this = value; }
-  ~PObject() { clear(); }
+  PObject(PObject&& other) noexcept : type_(other.type_), data_(other.data_) {
+    other.type_ = TYPE_NULL;
+  }
+  PObject(const char* text) : PObject(string_type(text)) {}
+  PObject(const string_type& text) : PObject(string_type(text)) {}
+  PObject(string_type&& text);
+  template <Number T>
+  PObject(T value) : type_(TYPE_INTEGER), data_{static_cast<integer_type>(value)} {}
+  ~PObject() {
+    if (type_ != TYPE_NULL && type_ != TYPE_INTEGER) free();
+  }
 
-  // An object assigned to itself ends null. It must not be copied from one of its own children.
+  // An object assigned to itself ends null.
   PObject& operator=(const PObject& other) {
     copy(other);
     return *this;
@@ -67,16 +78,22 @@ class PObject {
   PObject& operator=(string_type&& text);
   PObject& operator=(const char* text) { return *this = string_type(text); }
   PObject& operator=(const map_type& members);
+  PObject& operator=(map_type&& members);
   PObject& operator=(const array_type& elements);
+  PObject& operator=(array_type&& elements);
   PObject& operator=(const binary_type& slice);
   // Signed values are sign-extended to 64 bits, unsigned ones zero-extended, a bool is 0 or 1.
-  template <std::integral T>
+  template <Number T>
   PObject& operator=(T value) {
     clear();
     type_ = TYPE_INTEGER;
     data_.integer = static_cast<integer_type>(value);
     return *this;
   }
+
+  // The tag of a payload type.
+  template <class T>
+  static constexpr Type type_trait();
 
   Type type() const { return type_; }
   bool isNull() const { return type_ == TYPE_NULL; }
@@ -92,6 +109,7 @@ class PObject {
   bool hasMember(std::string_view key) const;
   bool hasMember(const ustring& key) const { return hasMember(key.view()); }
   bool hasMember(const char* key) const { return hasMember(std::string_view(key)); }
+  bool hasMember(const std::string& key) const { return hasMember(std::string_view(key)); }
 
   // The const forms never fail: another type gives the empty value.
   const map_type& asMap() const { return isMap() ? *data_.map : empty_map; }
@@ -122,13 +140,16 @@ class PObject {
   const PObject& operator[](std::string_view key) const;
   const PObject& operator[](const ustring& key) const { return (*this)[key.view()]; }
   const PObject& operator[](const char* key) const { return (*this)[std::string_view(key)]; }
+  const PObject& operator[](const std::string& key) const { return (*this)[std::string_view(key)]; }
   PObject& operator[](std::string_view key);
   PObject& operator[](const ustring& key) { return (*this)[key.view()]; }
   PObject& operator[](const char* key) { return (*this)[std::string_view(key)]; }
+  PObject& operator[](const std::string& key) { return (*this)[std::string_view(key)]; }
 
   // Const: an element of an array, or the value at that place in a map's key order (a negative
-  // index walks backwards from the first); the empty object past the end. Non-const: maps only,
-  // anything else throws std::out_of_range; elements of an array are changed through asArray().
+  // index walks backwards from the first and so finds nothing); the empty object past the end.
+  // Non-const: maps only, anything else throws std::out_of_range; elements of an array are changed
+  // through asArray().
   template <std::integral T>
   const PObject& operator[](T index) const {
     return at(static_cast<std::size_t>(index));
@@ -138,12 +159,15 @@ class PObject {
     return at(static_cast<std::size_t>(index));
   }
 
-  void clear() noexcept;
+  void clear() noexcept {
+    if (type_ != TYPE_NULL && type_ != TYPE_INTEGER) free();
+    type_ = TYPE_NULL;
+  }
   void swap(PObject& other) noexcept {
     std::swap(type_, other.type_);
     std::swap(data_, other.data_);
   }
-  // Deep; the target is cleared before the source is read.
+  // Deep. Copied from itself the object ends null.
   void copy(const PObject& other);
   // For logs: {"key": value, ...}, [value, ...], texts in quotes and not escaped.
   ustring toString() const;
@@ -159,14 +183,35 @@ class PObject {
 
   const PObject& at(std::size_t index) const;
   PObject& at(std::size_t index);
-  // Only what is not a container's content.
-  void copyShallow(const PObject& other);
-  // Frees the payload, moving children that are containers to `pending` first.
-  void release(array_type& pending) noexcept;
+  // Frees the payload, in a null or integer object nothing is to free.
+  void free() noexcept;
+  void freePayload() noexcept;
+  PObject& firstChild();
+  static void hang(PObject& chain, PObject& container) noexcept;
+  template <class Visit>
+  void eachChild(Visit visit);
+  // Makes this null object a copy of `other`; of a container without its content.
+  void copyPayload(const PObject& other);
 
   Type type_ = TYPE_NULL;
   Payload data_{};
 };
+
+template <class T>
+constexpr PObject::Type PObject::type_trait() {
+  if constexpr (std::is_same_v<T, array_type>) {
+    return TYPE_ARRAY;
+  } else if constexpr (std::is_same_v<T, map_type>) {
+    return TYPE_MAP;
+  } else if constexpr (std::is_same_v<T, integer_type>) {
+    return TYPE_INTEGER;
+  } else if constexpr (std::is_same_v<T, string_type>) {
+    return TYPE_STRING;
+  } else {
+    static_assert(std::is_same_v<T, binary_type>, "no payload type");
+    return TYPE_BINARY;
+  }
+}
 
 inline void swap(PObject& a, PObject& b) noexcept { a.swap(b); }
 

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <iostream>
 #include <stdexcept>
+#include <utility>
 
 namespace tolven {
 namespace {
@@ -24,6 +26,10 @@ std::basic_string_view<Char> Counted(const Char* text, std::size_t count) {
   return {text, size};
 }
 
+std::string_view Slice(std::string_view text, std::size_t pos, std::size_t count) {
+  return pos < text.size() ? text.substr(pos, count) : std::string_view();
+}
+
 constexpr std::array<unsigned char, 256> FoldTable() {
   std::array<unsigned char, 256> table{};
   for (std::size_t i = 0; i < table.size(); ++i) {
@@ -33,50 +39,83 @@ constexpr std::array<unsigned char, 256> FoldTable() {
 }
 constexpr auto kFold = FoldTable();
 
-void Warn(const char* what, UErrorCode status, int line) {
-  std::cerr << "Warning: " << what << ": error code " << status << " at line " << line << "\n";
+// The end counts as a NUL, which differs from every byte of the longer text.
+int ByteAt(std::string_view text, std::size_t i) {
+  return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
 }
 
-int32_t IcuLength(std::size_t size) { return static_cast<int32_t>(size); }
+int Difference(std::string_view a, std::string_view b) {
+  const auto [x, y] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+  const auto i = static_cast<std::size_t>(x - a.begin());
+  return ByteAt(a, i) - ByteAt(b, i);
+}
+
+int FoldedDifference(std::string_view a, std::string_view b) {
+  const std::size_t longer = std::max(a.size(), b.size());
+  for (std::size_t i = 0; i < longer; ++i) {
+    const int difference = kFold[static_cast<std::size_t>(ByteAt(a, i))] -
+                           kFold[static_cast<std::size_t>(ByteAt(b, i))];
+    if (difference != 0) return difference;
+  }
+  return 0;
+}
+
+// One write for each warning, so that those of several threads do not mix.
+void Warn(const char* what, UErrorCode status, int line) {
+  std::cerr << "Warning: " + std::string(what) + ": error code " + std::to_string(status) +
+                   " at line " + std::to_string(line) + "\n";
+}
+
+// ICU counts in 32 bits; a longer text is refused like one that is not well-formed.
+int32_t IcuLength(std::size_t size, UErrorCode& status) {
+  if (size < INT32_MAX) return static_cast<int32_t>(size);
+  status = U_ILLEGAL_ARGUMENT_ERROR;
+  return 0;
+}
+
+// A pre-flight always ends with a full buffer of size 0.
+void AcceptOverflow(UErrorCode& status) {
+  if (status == U_BUFFER_OVERFLOW_ERROR) status = U_ZERO_ERROR;
+}
 
 }  // namespace
 
-ustring::ustring(const ustring& other)
-    : data_(other.data_),
-      wdata_(other.wdata_ ? std::make_unique<std::u16string>(*other.wdata_) : nullptr) {}
-ustring::ustring(const char* text) : data_(text == nullptr ? "" : text) {}
+ustring::ustring(const char* text) : data_(text_view(text)) {}
 ustring::ustring(const uchar16_t* text) { assign(text); }
-ustring::ustring(const std::string& text) : data_(UntilNul<char>(text)) {}
-ustring::ustring(std::string_view text) : data_(UntilNul(text)) {}
-ustring::ustring(char c) { append(1, c); }
-
-ustring& ustring::operator=(const ustring& other) {
-  if (this != &other) *this = ustring(other);
-  return *this;
+ustring::ustring(std::string text) : data_(std::move(text)) {
+  const std::size_t end = data_.find('\0');
+  if (end != std::string::npos) data_.resize(end);
 }
+ustring::ustring(std::string_view text) : data_(UntilNul(text)) {}
 
-ustring& ustring::operator=(std::string_view text) { return *this = ustring(text); }
-
-// `text` may be part of this string.
+// In all four `text` may be part of this string.
 ustring& ustring::append_narrow(std::string_view text) {
   data_.append(UntilNul(text));
-  if (wdata_) wdata_->clear();
+  wdata_.reset();
   return *this;
 }
 
 ustring& ustring::append_wide(std::u16string_view text) {
-  const std::u16string added(text);
   if (!wdata_) wdata_ = std::make_unique<std::u16string>();
-  *wdata_ += added;
+  wdata_->append(text);
+  convert_from_wdata();
+  return *this;
+}
+
+ustring& ustring::assign_narrow(std::string_view text) {
+  data_.assign(UntilNul(text));
+  wdata_.reset();
+  return *this;
+}
+
+ustring& ustring::assign_wide(std::u16string_view text) {
+  wdata_ = std::make_unique<std::u16string>(text);
   convert_from_wdata();
   return *this;
 }
 
 ustring& ustring::append(const char* text, std::size_t count) {
   return append_narrow(Counted(text, count));
-}
-ustring& ustring::append(const uchar16_t* text) {
-  return append_wide(text == nullptr ? std::u16string_view() : std::u16string_view(text));
 }
 ustring& ustring::append(const uchar16_t* text, std::size_t count) {
   return append_wide(Counted(text, count));
@@ -86,44 +125,27 @@ ustring& ustring::append(std::size_t count, uchar16_t c) {
   return append_wide(UntilNul<char16_t>(std::u16string(count, c)));
 }
 ustring& ustring::append(const ustring& text, std::size_t pos, std::size_t count) {
-  return append_narrow(pos < text.size() ? text.view().substr(pos, count) : std::string_view());
+  return append_narrow(Slice(text.view(), pos, count));
 }
 ustring& ustring::append(const std::string& text, std::size_t pos, std::size_t count) {
-  return append_narrow(pos < text.size() ? std::string_view(text).substr(pos, count)
-                                         : std::string_view());
+  return append_narrow(Slice(text, pos, count));
 }
 
-ustring& ustring::assign(const char* text) { return *this = ustring(text); }
 ustring& ustring::assign(const char* text, std::size_t count) {
-  return *this = ustring(Counted(text, count));
-}
-ustring& ustring::assign(const uchar16_t* text) {
-  ustring fresh;
-  fresh.append(text);
-  return *this = std::move(fresh);
+  return assign_narrow(Counted(text, count));
 }
 ustring& ustring::assign(const uchar16_t* text, std::size_t count) {
-  ustring fresh;
-  fresh.append(text, count);
-  return *this = std::move(fresh);
+  return assign_wide(Counted(text, count));
 }
-ustring& ustring::assign(std::size_t count, char c) {
-  return *this = ustring(std::string(count, c));
-}
+ustring& ustring::assign(std::size_t count, char c) { return assign_narrow(std::string(count, c)); }
 ustring& ustring::assign(std::size_t count, uchar16_t c) {
-  ustring fresh;
-  fresh.append(count, c);
-  return *this = std::move(fresh);
+  return assign_wide(UntilNul<char16_t>(std::u16string(count, c)));
 }
 ustring& ustring::assign(const ustring& text, std::size_t pos, std::size_t count) {
-  ustring fresh;
-  fresh.append(text, pos, count);
-  return *this = std::move(fresh);
+  return assign_narrow(Slice(text.view(), pos, count));
 }
 ustring& ustring::assign(const std::string& text, std::size_t pos, std::size_t count) {
-  ustring fresh;
-  fresh.append(text, pos, count);
-  return *this = std::move(fresh);
+  return assign_narrow(Slice(text, pos, count));
 }
 
 const uchar16_t* ustring::c_str() const {
@@ -136,44 +158,13 @@ ustring ustring::substr(std::size_t pos, std::size_t count) const {
   return ustring(view().substr(pos, count));
 }
 
-std::size_t ustring::find_in(std::string_view s, std::size_t pos) const {
-  return pos < data_.size() ? data_.find(s, pos) : npos;
-}
-
-std::size_t ustring::rfind(const std::string& s, std::size_t pos) const {
-  return data_.rfind(s, pos);
-}
-std::size_t ustring::rfind(const ustring& s, std::size_t pos) const {
-  return data_.rfind(s.data_, pos);
-}
-std::size_t ustring::rfind(const char* s, std::size_t pos) const { return data_.rfind(s, pos); }
-std::size_t ustring::rfind(char c, std::size_t pos) const { return data_.rfind(c, pos); }
-
-// The four searches for bytes of a set, each in its four forms.
-#define TOLVEN_SET_SEARCH(name)                                              \
-  std::size_t ustring::name(const std::string& set, std::size_t pos) const { \
-    return data_.name(set, pos);                                             \
-  }                                                                          \
-  std::size_t ustring::name(const ustring& set, std::size_t pos) const {     \
-    return data_.name(set.data_, pos);                                       \
-  }                                                                          \
-  std::size_t ustring::name(const char* set, std::size_t pos) const {        \
-    return data_.name(set, pos);                                             \
-  }                                                                          \
-  std::size_t ustring::name(char c, std::size_t pos) const { return data_.name(c, pos); }
-TOLVEN_SET_SEARCH(find_first_of)
-TOLVEN_SET_SEARCH(find_first_not_of)
-TOLVEN_SET_SEARCH(find_last_of)
-TOLVEN_SET_SEARCH(find_last_not_of)
-#undef TOLVEN_SET_SEARCH
-
 ustring& ustring::ltrim(const ustring& set) {
   const std::size_t kept = std::min(data_.find_first_not_of(set.data_), data_.size());
-  return kept > 0 ? *this = ustring(view().substr(kept)) : *this;
+  return kept > 0 ? assign_narrow(view().substr(kept)) : *this;
 }
 ustring& ustring::rtrim(const ustring& set) {
   const std::size_t kept = data_.find_last_not_of(set.data_) + 1;
-  return kept < data_.size() ? *this = ustring(view().substr(0, kept)) : *this;
+  return kept < data_.size() ? assign_narrow(view().substr(0, kept)) : *this;
 }
 ustring& ustring::trim(const ustring& set) { return ltrim(set).rtrim(set); }
 
@@ -189,59 +180,45 @@ void ustring::swap(ustring& other) noexcept {
 }
 
 int ustring::compare(const ustring& other, std::size_t count) const {
-  return compare(ustring(view().substr(0, count)), ustring(other.view().substr(0, count)), false);
+  return Difference(view().substr(0, count), other.view().substr(0, count));
 }
 
 int ustring::compare(const ustring& a, const ustring& b, bool ignore_case) {
-  const char* const x = a.c_str_utf8();
-  const char* const y = b.c_str_utf8();
-  for (std::size_t i = 0;; ++i) {
-    auto p = static_cast<unsigned char>(x[i]);
-    auto q = static_cast<unsigned char>(y[i]);
-    if (ignore_case) {
-      p = kFold[p];
-      q = kFold[q];
-    }
-    if (p != q || p == 0) return p - q;
-  }
+  return ignore_case ? FoldedDifference(a.data_, b.data_) : Difference(a.data_, b.data_);
 }
 
+// UTF-16 never needs more units than UTF-8 has bytes, so one pass does.
 int ustring::convert_from_data() const {
-  if (!wdata_) wdata_ = std::make_unique<std::u16string>();
-  wdata_->clear();
-  int32_t size = 0;
   UErrorCode status = U_ZERO_ERROR;
-  u_strFromUTF8(nullptr, 0, &size, data_.data(), IcuLength(data_.size()), &status);
-  if (status == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(status)) {
-    wdata_->resize(static_cast<std::size_t>(size) + 1);
-    status = U_ZERO_ERROR;
-    u_strFromUTF8(wdata_->data(), size + 1, &size, data_.data(), IcuLength(data_.size()), &status);
-  }
+  const int32_t length = IcuLength(data_.size(), status);
+  int32_t size = 0;
+  auto wide = std::make_unique<std::u16string>(static_cast<std::size_t>(length), u'\0');
+  u_strFromUTF8(wide->data(), length, &size, data_.data(), length, &status);
   if (U_FAILURE(status)) {
     Warn("u_strFromUTF8", status, __LINE__);
-    wdata_->clear();
+    wdata_.reset();
     return -1;
   }
-  wdata_->resize(static_cast<std::size_t>(size));
+  wide->resize(static_cast<std::size_t>(size));
+  wdata_ = std::move(wide);
   return 0;
 }
 
 int ustring::convert_from_wdata() {
-  data_.clear();
-  int32_t size = 0;
   UErrorCode status = U_ZERO_ERROR;
-  u_strToUTF8(nullptr, 0, &size, wdata_->data(), IcuLength(wdata_->size()), &status);
-  if (status == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(status)) {
-    data_.resize(static_cast<std::size_t>(size) + 1);
-    status = U_ZERO_ERROR;
-    u_strToUTF8(data_.data(), size + 1, &size, wdata_->data(), IcuLength(wdata_->size()), &status);
+  const int32_t length = IcuLength(wdata_->size(), status);
+  int32_t size = 0;
+  u_strToUTF8(nullptr, 0, &size, wdata_->data(), length, &status);
+  AcceptOverflow(status);
+  if (U_SUCCESS(status)) {
+    data_.resize(static_cast<std::size_t>(size));
+    u_strToUTF8(data_.data(), size, &size, wdata_->data(), length, &status);
   }
   if (U_FAILURE(status)) {
     Warn("u_strToUTF8", status, __LINE__);
     data_.clear();
     return -1;
   }
-  data_.resize(static_cast<std::size_t>(size));
   return 0;
 }
 
@@ -255,21 +232,18 @@ ustring ustring::normalize(const ustring& text, normalization_form form) {
     Warn("unorm2_getInstance", status, __LINE__);
     return result;
   }
-  text.c_str();
-  const std::u16string& source = *text.wdata_;
-  const int32_t size =
-      unorm2_normalize(normalizer, source.data(), IcuLength(source.size()), nullptr, 0, &status);
-  if (status == U_BUFFER_OVERFLOW_ERROR || U_SUCCESS(status)) {
-    status = U_ZERO_ERROR;
-    result.wdata_ = std::make_unique<std::u16string>(static_cast<std::size_t>(size) + 1, u'\0');
-    unorm2_normalize(normalizer, source.data(), IcuLength(source.size()), result.wdata_->data(),
-                     size + 1, &status);
+  const uchar16_t* const source = text.c_str();
+  const int32_t length = text.wdata_ ? IcuLength(text.wdata_->size(), status) : 0;
+  const int32_t size = unorm2_normalize(normalizer, source, length, nullptr, 0, &status);
+  AcceptOverflow(status);
+  if (U_SUCCESS(status)) {
+    result.wdata_ = std::make_unique<std::u16string>(static_cast<std::size_t>(size), u'\0');
+    unorm2_normalize(normalizer, source, length, result.wdata_->data(), size, &status);
   }
   if (U_FAILURE(status)) {
     Warn("unorm2_normalize", status, __LINE__);
     return ustring();
   }
-  result.wdata_->resize(static_cast<std::size_t>(size));
   result.convert_from_wdata();
   return result;
 }
@@ -278,7 +252,8 @@ bool ustring::is_valid(const ustring& text) {
   if (text.empty()) return true;
   int32_t size = 0;
   UErrorCode status = U_ZERO_ERROR;
-  u_strFromUTF8(nullptr, 0, &size, text.data_.data(), IcuLength(text.size()), &status);
+  const int32_t length = IcuLength(text.size(), status);
+  u_strFromUTF8(nullptr, 0, &size, text.data_.data(), length, &status);
   return status != U_INVALID_CHAR_FOUND;
 }
 
@@ -287,7 +262,7 @@ std::ostream& operator<<(std::ostream& out, const ustring& text) { return out <<
 std::istream& operator>>(std::istream& in, ustring& text) {
   std::string token;
   in >> token;
-  text = token;
+  text = ustring(std::move(token));
   return in;
 }
 

@@ -6,13 +6,15 @@
 // read as UTF-16 needs its owner's lock; reading the UTF-8 form never writes.
 #pragma once
 
-#include <compare>
+#include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <functional>
 #include <iosfwd>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace tolven {
 
@@ -25,44 +27,54 @@ class ustring {
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
   enum normalization_form { NFC = 0, NFD = 1 };
 
+  // Copies take the UTF-8 form alone; a moved string keeps its twin.
   ustring() = default;
-  ustring(const ustring& other);
+  ustring(const ustring& other) : data_(other.data_) {}
   ustring(ustring&& other) noexcept = default;
   ustring(const char* text);  // null counts as empty
   ustring(const uchar16_t* text);
-  ustring(const std::string& text);
+  ustring(std::string text);
   explicit ustring(std::string_view text);
-  explicit ustring(char c);
+  template <std::same_as<char> Char>
+  ustring(Char c) {
+    append(1, c);
+  }
   ~ustring() = default;
 
-  ustring& operator=(const ustring& other);
+  ustring& operator=(const ustring& other) { return assign_narrow(other.data_); }
   ustring& operator=(ustring&& other) noexcept = default;
-  ustring& operator=(const char* text) { return assign(text); }
-  ustring& operator=(const uchar16_t* text) { return assign(text); }
-  ustring& operator=(const std::string& text) { return assign(text); }
-  ustring& operator=(std::string_view text);
-  ustring& operator=(char c) { return assign(1, c); }
+  // From all that the constructors take; a template so that `= {}` stays unambiguous.
+  template <class T>
+  requires(!std::same_as<T, ustring> && std::constructible_from<ustring, const T&>) ustring&
+  operator=(const T& text) {
+    return assign(text);
+  }
 
   // The narrow forms change the UTF-8 form and drop the twin. The wide forms append to the twin as
   // it stands, without building it first: on a string that was never read wide they keep only what
-  // is appended. Counted forms stop at a NUL, too.
-  ustring& append(const char* text) { return append_narrow(text == nullptr ? "" : text); }
+  // is appended. Counted forms stop at a NUL, too; a position behind the end takes nothing.
+  ustring& append(const char* text) { return append_narrow(text_view(text)); }
   ustring& append(const char* text, std::size_t count);
-  ustring& append(const uchar16_t* text);
+  ustring& append(const uchar16_t* text) { return append_wide(text_view(text)); }
   ustring& append(const uchar16_t* text, std::size_t count);
   ustring& append(std::size_t count, char c);
   ustring& append(std::size_t count, uchar16_t c);
   ustring& append(const ustring& text, std::size_t pos = 0, std::size_t count = npos);
   ustring& append(const std::string& text, std::size_t pos = 0, std::size_t count = npos);
 
-  ustring& assign(const char* text);
+  ustring& assign(const char* text) { return assign_narrow(text_view(text)); }
   ustring& assign(const char* text, std::size_t count);
-  ustring& assign(const uchar16_t* text);
+  ustring& assign(const uchar16_t* text) { return assign_wide(text_view(text)); }
   ustring& assign(const uchar16_t* text, std::size_t count);
   ustring& assign(std::size_t count, char c);
   ustring& assign(std::size_t count, uchar16_t c);
   ustring& assign(const ustring& text, std::size_t pos = 0, std::size_t count = npos);
   ustring& assign(const std::string& text, std::size_t pos = 0, std::size_t count = npos);
+  ustring& assign(std::string_view text) { return assign_narrow(text); }
+  template <std::same_as<char> Char>
+  ustring& assign(Char c) {
+    return assign(1, c);
+  }
 
   ustring& operator+=(const ustring& text) { return append(text); }
   ustring& operator+=(const std::string& text) { return append(text); }
@@ -72,10 +84,17 @@ class ustring {
   ustring& operator+=(char c) { return append(1, c); }
   ustring& operator+=(uchar16_t c) { return append(1, c); }
 
+  // Joins the UTF-8 forms, whatever the right side is.
   template <class T>
   ustring operator+(const T& right) const {
     ustring sum(*this);
-    sum += right;
+    if constexpr (std::is_convertible_v<const T&, const uchar16_t*>) {
+      sum += ustring(right);
+    } else if constexpr (std::is_same_v<T, uchar16_t>) {
+      sum += ustring().append(1, right);
+    } else {
+      sum += right;
+    }
     return sum;
   }
 
@@ -89,7 +108,10 @@ class ustring {
   std::size_t length() const { return data_.size(); }
   std::size_t size() const { return data_.size(); }
   bool empty() const { return data_.empty(); }
-  void clear() { assign(""); }
+  void clear() {
+    data_.clear();
+    wdata_.reset();
+  }
   // Writing through the reference leaves the twin as it was.
   char& operator[](std::size_t pos) { return data_[pos]; }
   const char& operator[](std::size_t pos) const { return data_[pos]; }
@@ -97,32 +119,34 @@ class ustring {
   // Throws std::out_of_range("substr") when `pos` lies behind the end; the count is clamped.
   ustring substr(std::size_t pos = 0, std::size_t count = npos) const;
 
-  // The usual searches, over bytes. Forward ones give npos when `pos` is not below the length,
-  // backward ones start at the last byte when it is out of range.
-  std::size_t find(const std::string& s, std::size_t pos = 0) const { return find_in(s, pos); }
-  std::size_t find(const ustring& s, std::size_t pos = 0) const { return find_in(s.data_, pos); }
-  std::size_t find(const char* s, std::size_t pos = 0) const { return find_in(s, pos); }
-  std::size_t find(char c, std::size_t pos = 0) const { return find_in({&c, 1}, pos); }
-  std::size_t rfind(const std::string& s, std::size_t pos = npos) const;
-  std::size_t rfind(const ustring& s, std::size_t pos = npos) const;
-  std::size_t rfind(const char* s, std::size_t pos = npos) const;
-  std::size_t rfind(char c, std::size_t pos = npos) const;
-  std::size_t find_first_of(const std::string& set, std::size_t pos = 0) const;
-  std::size_t find_first_of(const ustring& set, std::size_t pos = 0) const;
-  std::size_t find_first_of(const char* set, std::size_t pos = 0) const;
-  std::size_t find_first_of(char c, std::size_t pos = 0) const;
-  std::size_t find_first_not_of(const std::string& set, std::size_t pos = 0) const;
-  std::size_t find_first_not_of(const ustring& set, std::size_t pos = 0) const;
-  std::size_t find_first_not_of(const char* set, std::size_t pos = 0) const;
-  std::size_t find_first_not_of(char c, std::size_t pos = 0) const;
-  std::size_t find_last_of(const std::string& set, std::size_t pos = npos) const;
-  std::size_t find_last_of(const ustring& set, std::size_t pos = npos) const;
-  std::size_t find_last_of(const char* set, std::size_t pos = npos) const;
-  std::size_t find_last_of(char c, std::size_t pos = npos) const;
-  std::size_t find_last_not_of(const std::string& set, std::size_t pos = npos) const;
-  std::size_t find_last_not_of(const ustring& set, std::size_t pos = npos) const;
-  std::size_t find_last_not_of(const char* set, std::size_t pos = npos) const;
-  std::size_t find_last_not_of(char c, std::size_t pos = npos) const;
+  // The usual searches, over bytes, for a ustring, std::string, const char* or char. Forward ones
+  // give npos when `pos` is not below the length, backward ones start at the last byte when it is
+  // out of range.
+  template <class Text>
+  std::size_t find(const Text& text, std::size_t pos = 0) const {
+    return pos < data_.size() ? data_.find(text_view(text), pos) : npos;
+  }
+  template <class Text>
+  std::size_t find_first_of(const Text& text, std::size_t pos = 0) const {
+    return pos < data_.size() ? data_.find_first_of(text_view(text), pos) : npos;
+  }
+  template <class Text>
+  std::size_t find_first_not_of(const Text& text, std::size_t pos = 0) const {
+    return pos < data_.size() ? data_.find_first_not_of(text_view(text), pos) : npos;
+  }
+  template <class Text>
+  std::size_t rfind(const Text& text, std::size_t pos = npos) const {
+    return empty() ? npos : data_.rfind(text_view(text), std::min(pos, data_.size() - 1));
+  }
+  template <class Text>
+  std::size_t find_last_of(const Text& text, std::size_t pos = npos) const {
+    return empty() ? npos : data_.find_last_of(text_view(text), std::min(pos, data_.size() - 1));
+  }
+  template <class Text>
+  std::size_t find_last_not_of(const Text& text, std::size_t pos = npos) const {
+    return empty() ? npos
+                   : data_.find_last_not_of(text_view(text), std::min(pos, data_.size() - 1));
+  }
 
   // Remove the bytes of `set` at one end or both, in place.
   ustring& ltrim(const ustring& set);
@@ -146,9 +170,18 @@ class ustring {
   static bool is_valid(const ustring& text);
 
  private:
+  static std::string_view text_view(const ustring& text) { return text.data_; }
+  static std::string_view text_view(std::string_view text) { return text; }
+  static std::string_view text_view(const std::string& text) { return text; }
+  static std::string_view text_view(const char* text) { return text == nullptr ? "" : text; }
+  static std::string_view text_view(const char& c) { return {&c, 1}; }
+  static std::u16string_view text_view(const uchar16_t* text) {
+    return text == nullptr ? u"" : text;
+  }
   ustring& append_narrow(std::string_view text);
   ustring& append_wide(std::u16string_view text);
-  std::size_t find_in(std::string_view s, std::size_t pos) const;
+  ustring& assign_narrow(std::string_view text);
+  ustring& assign_wide(std::u16string_view text);
   // Build one form from the other; -1 and an empty form when the source is not well-formed.
   int convert_from_data() const;
   int convert_from_wdata();
@@ -158,6 +191,8 @@ class ustring {
 };
 
 inline bool operator==(const ustring& a, const ustring& b) { return a.view() == b.view(); }
+inline bool operator==(const ustring& a, const std::string& b) { return a.view() == b; }
+inline bool operator==(const ustring& a, std::string_view b) { return a.view() == b; }
 inline bool operator==(const ustring& a, const char* b) { return a.view() == b; }
 inline bool operator<(const ustring& a, const ustring& b) { return a.view() < b.view(); }
 inline bool operator>(const ustring& a, const ustring& b) { return b < a; }
