@@ -213,7 +213,8 @@ void PObject::hang(PObject& chain, PObject& container) noexcept {
   PObject waiting(std::move(container));
   while (waiting.isContainer() && !waiting.isEmpty()) {
     PObject& place = waiting.firstChild();
-    PObject child(std::move(place));
+    PObject child;
+    child.swap(place);
     place.swap(chain);
     chain.swap(waiting);
     waiting.swap(child);
@@ -226,7 +227,8 @@ void PObject::free() noexcept {
   PObject chain;
   hang(chain, *this);
   while (!chain.isNull()) {
-    PObject container(std::move(chain));
+    PObject container;
+    container.swap(chain);
     chain.swap(container.firstChild());
     container.eachChild([&chain](PObject& child) {
       if (child.isContainer()) hang(chain, child);

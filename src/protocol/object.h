@@ -54,6 +54,7 @@ class PObject {
   static const array_type empty_array;
   static const PObject empty_object;
 
+  // A moved object is null.
   PObject() = default;
   PObject(const PObject& other) { copy(other); }
   PObject(PObject&& other) noexcept : type_(other.type_), data_(other.data_) {
@@ -183,10 +184,11 @@ class PObject {
 
   const PObject& at(std::size_t index) const;
   PObject& at(std::size_t index);
-  // Frees the payload, in a null or integer object nothing is to free.
+  // Frees the whole subtree; a null or integer object owns nothing.
   void free() noexcept;
+  // Frees one payload, whose children hold no container any more.
   void freePayload() noexcept;
-  PObject& firstChild();
+  PObject& firstChild();  // of a container that is not empty
   static void hang(PObject& chain, PObject& container) noexcept;
   template <class Visit>
   void eachChild(Visit visit);

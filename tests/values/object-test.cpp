@@ -97,7 +97,7 @@ TEST(PObject, AssignmentFromItselfAndFromItsOwnTree) {
   o = *&o;
   EXPECT_TRUE(o.isNull());
   PObject moved(std::move(copy));
-  EXPECT_TRUE(copy.isNull());
+  EXPECT_TRUE(copy.isNull());  // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
   copy.swap(moved);
   EXPECT_EQ(copy.asArray().size(), 2u);
 }
