@@ -28,9 +28,10 @@ std::string Channel::m_key_path;
 ustring Channel::m_ca_path;
 
 void log_ssl() {
+  char text[256];
   while (const unsigned long code = ERR_get_error()) {
     Logger::LogMsg(Logger::L_WARNING, kCategory, L"[WARNING] channel(%d): ssl-errors: %s\n",
-                   __LINE__, ERR_error_string(code, nullptr));
+                   __LINE__, ERR_error_string(code, text));
   }
 }
 

@@ -58,7 +58,9 @@ int Channel::Open(const char* host, int port) {
     DropConnection();
     return kOptionFailed;
   }
-  return CreateBufferIO();
+  const int result = CreateBufferIO();
+  if (result < 0) DropConnection();
+  return result;
 }
 
 Channel::CH_SOCK_T Channel::CreateSocketAndConnectWithTimeout(const char* host, int port) {
@@ -75,8 +77,8 @@ Channel::CH_SOCK_T Channel::CreateSocketAndConnectWithTimeout(const char* host, 
 
 int Channel::Open(CH_SOCK_T fd, bool configure) {
   if (m_socket != nullptr && m_socket->isValid()) {
-    Logger::LogMsg(Logger::L_ERR, kCategory,
-                   L"[ERROR] channel(%d): Open: Channel already opened.\n", __LINE__);
+    Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] channel(%d): Open: Channel already opened.",
+                   __LINE__);
     return kNotUsable;
   }
   Socket socket(fd);
