@@ -18,6 +18,9 @@ target_compile_options(tolven_options INTERFACE -Wall -Wextra -Wconversion -Wsha
                                                 -Wnon-virtual-dtor -Werror)
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   target_compile_options(tolven_options INTERFACE -Wthread-safety)
+else()
+  # g++ 12 sees overlapping copies in inlined std::string concatenation where there are none.
+  target_compile_options(tolven_options INTERFACE -Wno-restrict)
 endif()
 if(TOLVEN_SANITIZE)
   string(REPLACE "," ";" tolven_sanitizers "${TOLVEN_SANITIZE}")
@@ -27,6 +30,16 @@ if(TOLVEN_SANITIZE)
   endforeach()
   target_compile_options(tolven_options INTERFACE -fno-omit-frame-pointer
                                                   -fno-sanitize-recover=all)
+endif()
+if(TOLVEN_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    message(FATAL_ERROR "TOLVEN_FUZZ needs clang")
+  endif()
+  # The whole tree reports its coverage; only the fuzz targets get the fuzzer's main().
+  target_compile_options(
+    tolven_options INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer
+                             -fno-sanitize-recover=all)
+  target_link_options(tolven_options INTERFACE -fsanitize=address,undefined)
 endif()
 
 # tolven_library(NAME SOURCES a.cpp ... DEPS target ...)
@@ -52,4 +65,13 @@ function(tolven_test name)
                                         tolven_options)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120 LABELS
                                                                   "${ARG_LABELS}")
+endfunction()
+
+# tolven_fuzzer(NAME SOURCES a.cpp ... DEPS target ...)
+# A libFuzzer program; NAME begins with fuzz_, and its seeds are in corpus/NAME beside the sources.
+function(tolven_fuzzer name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} tolven_options)
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer,address,undefined)
 endfunction()

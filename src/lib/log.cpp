@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 #include "lib/config.h"
 #include "lib/log-format.h"
+#include "lib/log-levels.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/mutex.h"
@@ -24,8 +24,6 @@ constexpr std::int64_t kRotateSize = 0x100000;  // characters
 constexpr int kDefaultRotateCount = 50;
 constexpr int kRotateCountAfterDestroy = 32;
 constexpr std::size_t kTimeSize = 1024;
-
-using Thresholds = std::unordered_map<ustring, int, UStringHash, UStringEqual>;
 
 struct State {
   Mutex lock;
@@ -41,8 +39,8 @@ struct State {
 
   // What every message looks at, without the lock: tables are never changed once published, and
   // never freed, since a thread may still be reading an older one.
-  std::atomic<const Thresholds*> thresholds = nullptr;
-  std::vector<std::unique_ptr<const Thresholds>> tables GUARDED_BY(lock);
+  std::atomic<const LogLevels*> levels = nullptr;
+  std::vector<std::unique_ptr<const LogLevels>> tables GUARDED_BY(lock);
 };
 
 // Lives to the very end of the process, since threads may log that long.
@@ -51,19 +49,14 @@ State& state() {
   return *instance;
 }
 
-void PublishThresholds(State& s, const ustring& level_file) REQUIRES(s.lock) {
-  auto table = s.tables.empty() ? std::make_unique<Thresholds>()
-                                : std::make_unique<Thresholds>(*s.tables.back());
+void PublishLevels(State& s, const ustring& level_file) REQUIRES(s.lock) {
+  auto table = s.tables.empty() ? std::make_unique<LogLevels>()
+                                : std::make_unique<LogLevels>(*s.tables.back());
   table->try_emplace("default_component", 0);
-  Config levels;
-  if (!level_file.empty() && levels.read(level_file) == 0) {
-    for (const auto& [category, text] : levels) {
-      int level = 0;
-      if (Config::ParseInt(text.view(), level)) (*table)[category] = level;
-    }
-  }
+  Config config;
+  if (!level_file.empty() && config.read(level_file) == 0) MergeLogLevels(config, *table);
   s.tables.push_back(std::move(table));
-  s.thresholds.store(s.tables.back().get(), std::memory_order_release);
+  s.levels.store(s.tables.back().get(), std::memory_order_release);
 }
 
 void CloseDestination(State& s) REQUIRES(s.lock) {
@@ -126,7 +119,7 @@ int Logger::Initialize(Type type, const ustring& path, const ustring& level_file
                        int rotate_count) {
   State& s = state();
   const MutexLock hold(s.lock);
-  PublishThresholds(s, level_file);
+  PublishLevels(s, level_file);
   CloseDestination(s);
   s.type = type;
   s.size = -1;
@@ -160,10 +153,10 @@ int Logger::Rotate() {
 }
 
 bool Logger::IsEnabled(Level level, LogCategory category) {
-  const Thresholds* const thresholds = state().thresholds.load(std::memory_order_acquire);
-  if (thresholds == nullptr) return false;
-  const auto found = thresholds->find(category.name);
-  const int threshold = found == thresholds->end() ? L_WARNING : found->second;
+  const LogLevels* const levels = state().levels.load(std::memory_order_acquire);
+  if (levels == nullptr) return false;
+  const auto found = levels->find(category.name);
+  const int threshold = found == levels->end() ? L_WARNING : found->second;
   return threshold >= level;
 }
 
