@@ -25,6 +25,7 @@ constexpr auto kSecondHalfWait = std::chrono::milliseconds(10);
 constexpr std::size_t kBuffer = 64 * 1024;
 constexpr int kBuffersPerRead = 16;
 constexpr std::size_t kMostRecords = 200'000;
+constexpr char kOnTheMove[] = "/";  // a name that no folder has
 
 bool IsFolder(int dir, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
@@ -108,6 +109,7 @@ WatchResult TreeWatcher::Read(std::vector<WatchRecord>& records, Status& status)
     half_move_.reset();
     throttle_.Clear();
     tree_.Clear();
+    missed_.clear();
     // All watches end with the old queue. Without a new one they go on in the old.
     (void)OpenQueue();
     status = WatchRoot();
@@ -126,7 +128,11 @@ bool TreeWatcher::ReadQueue(Status& status) {
   alignas(inotify_event) char buffer[kBuffer];
   for (int i = 0; i < kBuffersPerRead && !gone_ && !overflow_; ++i) {
     const ssize_t got = Retry([&] { return ::read(fd_, buffer, sizeof buffer); });
-    if (got < 0 && errno == EAGAIN) return true;
+    if (got < 0 && errno == EAGAIN) {
+      // The queue has caught up with the disk: what is still missed does not exist.
+      if (!half_move_) missed_.clear();
+      return true;
+    }
     if (got <= 0) {
       status = got < 0 ? LastError() : StatusFromErrno(EIO);
       return false;
@@ -234,7 +240,9 @@ void TreeWatcher::MoveFolder(WatchedFolder& from, std::string_view from_name, Wa
     if (tree_.Find(wd) != nullptr) tree_.Move(*moved, to, to_name);
   }
   int wd = -1;
-  if (Attach(to, to_name, wd) != Attached::kNew) return;
+  const Attached attached = Attach(to, to_name, wd);
+  if (attached == Attached::kKnown) ReadMissed(wd);
+  if (attached != Attached::kNew) return;
   ReadTree(wd, true);
   // The names were used anew since: the old one may hold another folder by now.
   WatchedFolder* const again = tree_.Find(from_wd);
@@ -270,14 +278,41 @@ void TreeWatcher::Leave(WatchedFolder& parent, std::string_view name) {
   if (folder != nullptr) GiveUp(*folder);
 }
 
+// Opens a watched folder by its path. The queue may be behind the disk, so that the path leads to
+// another folder by now, or nowhere: then the folder is missed, and looked at when it has moved.
+int TreeWatcher::OpenFolder(const WatchedFolder& folder) {
+  const int nofollow = folder.wd == root_wd_ ? 0 : O_NOFOLLOW;
+  const std::string path = FullPath(folder);
+  const int fd =
+      Retry([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | nofollow); });
+  if (fd < 0) {
+    NoteFailure(errno);
+  } else {
+    const int wd = AddWatch(fd, ".", kFolderMask);
+    if (wd == folder.wd) return fd;
+    if (wd >= 0 && tree_.Find(wd) == nullptr) (void)::inotify_rm_watch(fd_, wd);
+    ::close(fd);
+  }
+  missed_.insert(folder.wd);
+  return -1;
+}
+
 // kNew: what lies below the folder, `wd`, has not been looked at under this name. kNone: there is
 // nothing to look at.
 TreeWatcher::Attached TreeWatcher::Attach(WatchedFolder& parent, std::string_view name, int& wd) {
-  if (parent.shallow) return Attached::kNone;
+  const int dir = parent.shallow ? -1 : OpenFolder(parent);
+  if (dir < 0) return Attached::kNone;
+  const Attached attached = AttachAt(dir, parent, name, wd);
+  ::close(dir);
+  return attached;
+}
+
+// `dir` is the opened parent.
+TreeWatcher::Attached TreeWatcher::AttachAt(int dir, WatchedFolder& parent, std::string_view name,
+                                            int& wd) {
   const bool shallow = name == skip_name_;
   if (shallow && parent.parent != nullptr) return Attached::kNone;
-  const int parent_wd = parent.wd;
-  wd = AddWatch(FullPath(parent, name), shallow ? kShallowMask : kFolderMask);
+  wd = AddWatch(dir, name, shallow ? kShallowMask : kFolderMask);
   if (wd < 0) return Attached::kNone;
   WatchedFolder* const known = tree_.Find(wd);
   WatchedFolder* const place = tree_.Child(parent, name);
@@ -286,19 +321,21 @@ TreeWatcher::Attached TreeWatcher::Attach(WatchedFolder& parent, std::string_vie
   if (known != nullptr && WatchTree::IsWithin(parent, *known)) return Attached::kNone;
   if (place != nullptr) {
     // Giving up a folder gives up what it holds, so the one to be moved out goes first.
-    if (known != nullptr) tree_.Move(*known, *tree_.Find(root_wd_), "//moving");
+    if (known != nullptr) tree_.Move(*known, *tree_.Find(root_wd_), kOnTheMove);
     GiveUp(*place);
   }
   if (known != nullptr) {
-    tree_.Move(*known, *tree_.Find(parent_wd), name);
+    tree_.Move(*known, parent, name);
     known->shallow = shallow;
   } else {
-    tree_.Insert(wd, tree_.Find(parent_wd), name).shallow = shallow;
+    tree_.Insert(wd, &parent, name).shallow = shallow;
   }
   return shallow ? Attached::kNone : Attached::kNew;
 }
 
-int TreeWatcher::AddWatch(const std::string& path, unsigned mask) {
+// Through the opened folder above it, since a path might lead elsewhere by now.
+int TreeWatcher::AddWatch(int dir, std::string_view name, unsigned mask) {
+  const std::string path = "/proc/self/fd/" + std::to_string(dir) + "/" + std::string(name);
   const int wd = ::inotify_add_watch(fd_, path.c_str(), mask);
   if (wd < 0) NoteFailure(errno);
   return wd;
@@ -331,13 +368,9 @@ void TreeWatcher::ReadTree(int wd, bool report) {
 
 void TreeWatcher::ReadFolder(WatchedFolder& folder, bool report, std::vector<int>& found) {
   const int own_wd = folder.wd;
-  const int nofollow = own_wd == root_wd_ ? 0 : O_NOFOLLOW;
-  const std::string path = FullPath(folder, "");
-  const int fd =
-      Retry([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | nofollow); });
+  const int fd = OpenFolder(folder);
   DIR* const dir = fd < 0 ? nullptr : ::fdopendir(fd);
   if (dir == nullptr) {
-    NoteFailure(errno);
     if (fd >= 0) ::close(fd);
     return;
   }
@@ -349,16 +382,32 @@ void TreeWatcher::ReadFolder(WatchedFolder& folder, bool report, std::vector<int
     if (report) Tell(WatchAction::kAdded, RelativePath(*parent, entry->d_name));
     if (!IsFolder(fd, *entry)) continue;
     int wd = -1;
-    const Attached attached = Attach(*parent, entry->d_name, wd);
+    const Attached attached = AttachAt(fd, *parent, entry->d_name, wd);
     // A known one below a folder that is itself new under its name is so, too.
     if (attached == Attached::kNew || (attached == Attached::kKnown && report)) found.push_back(wd);
   }
   ::closedir(dir);
 }
 
-std::string TreeWatcher::FullPath(const WatchedFolder& folder, std::string_view name) const {
-  const std::string relative = RelativePath(folder, name);
-  return relative.empty() && !root_.empty() ? root_ : root_ + "/" + relative;
+// Looks at the folders below `moved` that could not be reached by their old paths.
+void TreeWatcher::ReadMissed(int moved) {
+  const std::set<int> missed = std::move(missed_);
+  missed_.clear();
+  for (const int wd : missed) {
+    const WatchedFolder* const folder = tree_.Find(wd);
+    const WatchedFolder* const top = tree_.Find(moved);
+    if (folder == nullptr) continue;
+    if (top != nullptr && WatchTree::IsWithin(*folder, *top)) {
+      ReadTree(wd, true);
+    } else {
+      missed_.insert(wd);
+    }
+  }
+}
+
+std::string TreeWatcher::FullPath(const WatchedFolder& folder) const {
+  if (folder.parent == nullptr) return root_.empty() ? "/" : root_;
+  return root_ + "/" + WatchTree::PathOf(folder);
 }
 
 std::string TreeWatcher::RelativePath(const WatchedFolder& folder, std::string_view name) const {

@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -71,13 +72,16 @@ class TreeWatcher {
   void Arrive(WatchedFolder& parent, std::string_view name);
   void Leave(WatchedFolder& parent, std::string_view name);
   Attached Attach(WatchedFolder& parent, std::string_view name, int& wd);
-  int AddWatch(const std::string& path, unsigned mask);
+  Attached AttachAt(int dir, WatchedFolder& parent, std::string_view name, int& wd);
+  int AddWatch(int dir, std::string_view name, unsigned mask);
+  int OpenFolder(const WatchedFolder& folder);
   void NoteFailure(int code);
   void GiveUp(WatchedFolder& folder);
   void ReadTree(int wd, bool report);
+  void ReadMissed(int moved);
   void ReadFolder(WatchedFolder& folder, bool report, std::vector<int>& found);
 
-  std::string FullPath(const WatchedFolder& folder, std::string_view name) const;
+  std::string FullPath(const WatchedFolder& folder) const;
   std::string RelativePath(const WatchedFolder& folder, std::string_view name) const;
   void Tell(WatchAction action, std::string path);
   WatchResult End(WatchResult result);
@@ -89,6 +93,7 @@ class TreeWatcher {
   WatchTree tree_;
   ModifyThrottle throttle_;
   std::optional<HalfMove> half_move_;
+  std::set<int> missed_;  // folders whose path did not lead to them
   std::vector<WatchRecord> records_;
   bool gone_ = false;
   bool overflow_ = false;
