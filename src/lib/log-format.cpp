@@ -5,122 +5,14 @@
 #include <cmath>
 #include <string_view>
 
+#include "lib/log-text.h"
+
 namespace tolven {
 
 namespace {
 
 constexpr int kWidest = 4096;
 constexpr int kDigits = 100;  // more behind the point than any double has to show
-constexpr char32_t kReplacement = 0xFFFD;
-
-void AppendUtf8(std::string& out, char32_t c) {
-  const auto put = [&out](char32_t byte) { out.push_back(static_cast<char>(byte)); };
-  if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = kReplacement;
-  if (c < 0x80) return put(c);
-  if (c < 0x800) {
-    put(0xC0 | (c >> 6));
-  } else if (c < 0x10000) {
-    put(0xE0 | (c >> 12));
-    put(0x80 | ((c >> 6) & 0x3F));
-  } else {
-    put(0xF0 | (c >> 18));
-    put(0x80 | ((c >> 12) & 0x3F));
-    put(0x80 | ((c >> 6) & 0x3F));
-  }
-  put(0x80 | (c & 0x3F));
-}
-
-bool IsControl(char32_t c) { return c < 0x20 || (c >= 0x7F && c < 0xA0); }
-
-// Control characters, and bytes that are no UTF-8, in a form that a terminal or a reader of lines
-// does not act upon.
-void AppendEscaped(std::string& out, char32_t c) {
-  constexpr char kHex[] = "0123456789abcdef";
-  switch (c) {
-    case '\n':
-      out += "\\n";
-      return;
-    case '\r':
-      out += "\\r";
-      return;
-    case '\t':
-      out += "\\t";
-      return;
-    default:
-      out.append("\\x").append(1, kHex[(c >> 4) & 15]).append(1, kHex[c & 15]);
-  }
-}
-
-void AppendCharacter(std::string& out, char32_t c) {
-  if (IsControl(c)) return AppendEscaped(out, c);
-  AppendUtf8(out, c);
-}
-
-// The character at the front of `text` and the bytes that it takes; 0 bytes when they are no UTF-8.
-std::size_t DecodeUtf8(std::string_view text, char32_t& c) {
-  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char lead = byte(0);
-  const std::size_t size = lead < 0x80   ? 1
-                           : lead < 0xC2 ? 0
-                           : lead < 0xE0 ? 2
-                           : lead < 0xF0 ? 3
-                                         : 4;
-  if (size < 2) {
-    c = lead;
-    return size;
-  }
-  if (lead > 0xF4 || text.size() < size) return 0;
-  c = lead & (0x7F >> size);
-  for (std::size_t i = 1; i < size; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-    c = (c << 6) | (byte(i) & 0x3F);
-  }
-  const bool overlong = (size == 3 && c < 0x800) || (size == 4 && c < 0x10000);
-  return overlong || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? 0 : size;
-}
-
-void AppendNarrow(std::string& out, std::string_view text) {
-  while (!text.empty()) {
-    char32_t c = 0;
-    const std::size_t size = DecodeUtf8(text, c);
-    if (size == 0) {
-      AppendEscaped(out, static_cast<unsigned char>(text.front()));
-    } else {
-      AppendCharacter(out, c);
-    }
-    text.remove_prefix(std::max<std::size_t>(size, 1));
-  }
-}
-
-// Text of 16 or 32 bits a unit; units of a surrogate pair are joined in either.
-template <class Text>
-void AppendWide(std::string& out, Text text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    auto c = static_cast<char32_t>(text[i]);
-    if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size()) {
-      const auto low = static_cast<char32_t>(text[i + 1]);
-      if (low >= 0xDC00 && low < 0xE000) {
-        c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-        ++i;
-      }
-    }
-    AppendCharacter(out, c);
-  }
-}
-
-std::size_t CountCharacters(std::string_view utf8) {
-  return static_cast<std::size_t>(
-      std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
-// The first `count` characters.
-std::string_view CutCharacters(std::string_view utf8, std::size_t count) {
-  std::size_t end = 0;
-  for (; end < utf8.size(); ++end) {
-    if ((utf8[end] & 0xC0) != 0x80 && count-- == 0) break;
-  }
-  return utf8.substr(0, end);
-}
 
 struct Directive {
   bool left = false, plus = false, blank = false, alternate = false, zero = false;
@@ -146,21 +38,8 @@ class Formatter {
  private:
   // Text of the format itself keeps its control characters.
   void AppendLiteral(const xchar* from, const xchar* to) {
-    for (; from != to; ++from) {
-      auto c = static_cast<char32_t>(*from);
-      if (c < 0x80) {
-        out_.push_back(static_cast<char>(c));
-        continue;
-      }
-      if (c >= 0xD800 && c < 0xDC00 && from + 1 != to) {
-        const auto low = static_cast<char32_t>(from[1]);
-        if (low >= 0xDC00 && low < 0xE000) {
-          c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-          ++from;
-        }
-      }
-      AppendUtf8(out_, c);
-    }
+    AppendWide(out_, std::wstring_view(from, static_cast<std::size_t>(to - from)),
+               ControlCharacters::kKept);
   }
 
   void RunDirective() {
@@ -273,10 +152,10 @@ class Formatter {
         AppendNarrow(text, arg.narrow());
         break;
       case LogArg::Kind::kWide:
-        AppendWide(text, arg.wide());
+        AppendWide(text, arg.wide(), ControlCharacters::kEscaped);
         break;
       case LogArg::Kind::kUtf16:
-        AppendWide(text, arg.utf16());
+        AppendUtf16(text, arg.utf16());
         break;
       default:
         AppendCodePoint(text, arg);
@@ -289,12 +168,12 @@ class Formatter {
     AppendPadded(directive, "", shown, false);
   }
 
+  // An integer or a character. A char beyond ASCII is one byte of something.
   static void AppendCodePoint(std::string& text, const LogArg& arg) {
     if (arg.number() >= 0x80 && arg.kind() == LogArg::Kind::kChar && arg.is_byte()) {
-      return AppendEscaped(text, static_cast<char32_t>(arg.number()));
+      return AppendEscapedByte(text, static_cast<unsigned char>(arg.number()));
     }
-    AppendCharacter(text,
-                    arg.number() > 0x10FFFF ? kReplacement : static_cast<char32_t>(arg.number()));
+    AppendCharacter(text, static_cast<char32_t>(std::min<std::uint64_t>(arg.number(), 0x110000)));
   }
 
   void AppendInteger(const Directive& directive, const LogArg& arg) {

@@ -2,7 +2,6 @@
 
 #include <fmt/chrono.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <ctime>
@@ -12,6 +11,7 @@
 #include "lib/config.h"
 #include "lib/log-format.h"
 #include "lib/log-levels.h"
+#include "lib/log-text.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/mutex.h"
@@ -107,7 +107,7 @@ void WriteFile(State& s, const std::string& text) REQUIRES(s.lock) {
   std::size_t written = 0;
   if (!platform::files().Write(s.file, text.data(), text.size(), written).ok()) return;
   if (s.size < 0) return;
-  s.size += std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; });
+  s.size += static_cast<std::int64_t>(CountCharacters(text));
   if (s.size <= kRotateSize) return;
   (void)RotateFiles(s);
   s.size = 0;

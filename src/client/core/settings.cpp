@@ -1,18 +1,17 @@
 #include "client/core/settings.h"
 
-#include <sstream>
+#include <utility>
 
 #include "lib/config.h"
 
 namespace tolven {
 namespace {
 
-// Decimal text; the member stays as it is when there is no number.
+// The member stays as it is when the text is no number or a negative one.
 template <class T>
-void ParseNumber(const ustring& text, T& member) {
-  std::istringstream in(text.str());
-  long long value = 0;
-  if (in >> value && value >= 0) member = static_cast<T>(value);
+void TakeNumber(const ustring& text, T& member) {
+  int value = 0;
+  if (Config::ParseInt(text.view(), value) && value >= 0) member = static_cast<T>(value);
 }
 
 }  // namespace
@@ -43,8 +42,8 @@ int Settings::loadConfigSettings(const ustring& path) {
   for (const auto& [key, member] : texts) {
     if (!config[key].empty()) *member = config[key];
   }
-  ParseNumber(config["worker_count"], worker_count_);
-  ParseNumber(config["ui_port"], ui_port_);
+  TakeNumber(config["worker_count"], worker_count_);
+  TakeNumber(config["ui_port"], ui_port_);
   if (!config["is_foreground"].empty()) is_foreground_ = config["is_foreground"] == "true";
   return 0;
 }
