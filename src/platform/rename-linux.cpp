@@ -21,47 +21,45 @@ Status SyncRename(const char* from, const char* to) {
   return SyncFolder(from_folder.c_str());
 }
 
+}  // namespace
+
 // Takes the name by creating an empty object of the same kind, which a plain rename then replaces.
-// A folder that someone filled meanwhile is not replaced by the kernel; a file is looked at again.
+// A folder that someone filled meanwhile is not replaced by the kernel.
 Status RenameOverPlaceholder(const char* from, const char* to, bool folder) {
-  struct stat mine {};
   if (folder) {
     if (::mkdir(to, 0700) != 0) return LastError();
   } else {
     const int fd =
         Retry([to] { return ::open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); });
     if (fd < 0) return LastError();
-    const int result = ::fstat(fd, &mine);
     ::close(fd);
-    if (result != 0) return LastError();
-    struct stat now {};
-    if (::lstat(to, &now) != 0) return LastError();
-    if (now.st_ino != mine.st_ino || now.st_dev != mine.st_dev || now.st_size != 0) {
-      return StatusFromErrno(EEXIST);
-    }
   }
   if (::rename(from, to) == 0) return {};
   const int code = errno;
+  struct stat left {};
   if (folder) {
     (void)::rmdir(to);
-  } else {
+  } else if (::lstat(to, &left) == 0 && S_ISREG(left.st_mode) && left.st_size == 0) {
     (void)::unlink(to);
   }
   return StatusFromErrno(code == ENOTEMPTY ? EEXIST : code);
 }
 
-Status RenameWithoutKernelHelp(const char* from, const char* to) {
+Status RenameByLink(const char* from, const char* to) {
   struct stat st {};
   if (::lstat(from, &st) != 0) return LastError();
   if (S_ISDIR(st.st_mode)) return RenameOverPlaceholder(from, to, true);
-  if (::link(from, to) == 0) return StatusOf(::unlink(from));
+  if (::link(from, to) == 0) {
+    if (::unlink(from) == 0) return {};
+    const Status status = LastError();
+    (void)::unlink(to);
+    return status;
+  }
   if (errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK) {
     return RenameOverPlaceholder(from, to, false);
   }
   return LastError();
 }
-
-}  // namespace
 
 Status SyncFolder(const char* path) {
   const int fd = OpenFolder(path);
@@ -84,7 +82,7 @@ Status RenameKeeping(const char* from, const char* to) {
   Status status = StatusOf(::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE));
   // EINVAL is the answer of a file system without the flag.
   if (status.code == EINVAL || status.code == ENOSYS || status.code == EOPNOTSUPP) {
-    status = RenameWithoutKernelHelp(from, to);
+    status = RenameByLink(from, to);
   }
   if (!status.ok()) return status;
   return SyncRename(from, to);
