@@ -92,17 +92,27 @@ TEST_F(FileStatusDBTest, WaitsForTheLockOfAnotherConnection) {
 }
 
 TEST_F(FileStatusDBTest, SharesTheFileWithAnotherProcess) {
-  if (std::system("command -v sqlite3 >/dev/null") != 0) GTEST_SKIP() << "no sqlite3";
   EXPECT_EQ(Set("C:\\ours"), 0);
-  const std::string command = "sqlite3 -cmd '.timeout 60000' '" + path_.str() + "' \"";
-  ASSERT_EQ(
-      std::system((command + "update fstatinfo set syncStatus=5 where path='C:\\ours'; insert "
-                             "into fstatinfo values(NULL,'C:\\theirs',0,2)\"")
-                      .c_str()),
-      0);
+  const auto run = [this](const std::string& sql) {
+    return std::system(("'" RUN_SQL "' '" + path_.str() + "' \"" + sql + "\"").c_str());
+  };
+  ASSERT_EQ(run("update fstatinfo set syncStatus=5 where syncStatus=2;"
+                "insert into fstatinfo values(NULL,'theirs',0,2)"),
+            0);
   EXPECT_EQ(Status("C:\\ours"), FSTAT_NO_PERM);
   EXPECT_EQ(FileStatusDB::rmFileStatByPath("C:\\ours"), 0);
-  EXPECT_EQ(Rows(), "C:\\theirs ");
+  EXPECT_EQ(Rows(), "theirs ");
+
+  // Both write at the same time, and nothing is lost.
+  std::thread other([&run] {
+    std::string sql;
+    for (int i = 0; i < 300; ++i)
+      sql += "insert into fstatinfo values(NULL,'t" + std::to_string(i) + "',0,2);";
+    EXPECT_EQ(run(sql), 0);
+  });
+  for (int i = 0; i < 300; ++i) EXPECT_EQ(Set(("o" + std::to_string(i)).c_str()), 0);
+  other.join();
+  EXPECT_EQ(Reader(path_).Run("select count(*) from fstatinfo"), "601 ");
 }
 
 TEST_F(FileStatusDBTest, RemovesAPathASubtreeOrABatch) {
