@@ -34,30 +34,17 @@ TEST(NetTest, ParsesAddressesWithAndWithoutPort) {
   int port = -1;
   EXPECT_TRUE(Net::ParseIPv4("10.0.0.1", address, port));
   EXPECT_EQ(port, -1);
-  EXPECT_TRUE(Net::ParseIPv4("10.0.0.1:65535", address, port));
-  EXPECT_EQ(address, "10.0.0.1");
-  EXPECT_EQ(port, 65535);
-  EXPECT_TRUE(Net::ParseIPv6("[::1]:80", address, port));
+  EXPECT_TRUE(Net::ParseIPv6("[::1]:65535", address, port));
   EXPECT_EQ(address, "::1");
-  EXPECT_EQ(port, 80);
-  EXPECT_TRUE(Net::ParseIPv6("::2", address, port));
-  EXPECT_EQ(address, "::2");
-  for (const char* text : {"10.0.0.1:", "10.0.0.1:65536", "10.0.0.1:x", "h:1"}) {
-    EXPECT_FALSE(Net::ParseIPv4(text, address, port)) << text;
-  }
-  for (const char* text : {"[::1", "[::1]80", "[::1]:", "[x]:80", "[]"}) {
-    EXPECT_FALSE(Net::ParseIPv6(text, address, port)) << text;
-  }
-  EXPECT_EQ(address, "::2");
-  EXPECT_EQ(port, 80);
-
-  for (const char* text : {"127.0.0.1", "10.1.1.1", "172.31.0.1", "192.168.0.1", "169.254.1.1"}) {
-    EXPECT_TRUE(Net::IsLocalAddressv4(text)) << text;
-    EXPECT_TRUE(Net::IsLocalAddressv6(std::string("::ffff:") + text)) << text;
-  }
-  EXPECT_FALSE(Net::IsLocalAddressv4("172.32.0.1"));
+  EXPECT_EQ(port, 65535);
+  EXPECT_TRUE(Net::ParseIPv4("10.0.0.1:80", address, port) && port == 80);
+  EXPECT_FALSE(Net::ParseIPv4("10.0.0.1:", address, port));
+  EXPECT_FALSE(Net::ParseIPv4("10.0.0.2:65536", address, port));
+  EXPECT_FALSE(Net::ParseIPv6("[::1", address, port) || Net::ParseIPv6("[::1]8", address, port));
+  EXPECT_EQ(address, "10.0.0.1");
+  EXPECT_TRUE(Net::IsLocalAddressv4("172.31.0.1") && Net::IsLocalAddressv6("::ffff:10.0.0.1"));
   EXPECT_TRUE(Net::IsLocalAddressv6("fe80::1") && Net::IsLocalAddressv6("::1"));
-  EXPECT_FALSE(Net::IsLocalAddressv6("2001:db8::1") || Net::IsLocalAddressv6("::"));
+  EXPECT_FALSE(Net::IsLocalAddressv4("172.32.0.1") || Net::IsLocalAddressv6("2001:db8::1"));
 }
 
 TEST(HostNameTest, MatchesTheNamesOfACertificate) {
