@@ -26,13 +26,21 @@ constexpr char kSchema[] =
     "); ";
 constexpr char kIndex[] = "CREATE INDEX IF NOT EXISTS fstatinfo_path_idx on fstatinfo(path);";
 
+// The two statements of every event's road are compiled once for each connection.
+constexpr char kSetStatement[] =
+    "insert or replace into fstatinfo  (id, path, fileType, syncStatus)  values(NULL, ?1, ?2, ?3);";
+constexpr char kRemoveStatement[] = "delete from fstatinfo where path = ?1;";
+
 // Called with each row's number and its statement.
 using RowReader = std::function<void(int, sqlite3_stmt*)>;
 
 struct State {
   Mutex lock;
   ustring m_fstatDBPath GUARDED_BY(lock);
-  sqlite3* db GUARDED_BY(lock) = nullptr;  // opened on demand
+  // Opened and compiled on demand.
+  sqlite3* db GUARDED_BY(lock) = nullptr;
+  sqlite3_stmt* set GUARDED_BY(lock) = nullptr;
+  sqlite3_stmt* remove GUARDED_BY(lock) = nullptr;
 };
 
 State& state() {
@@ -41,6 +49,9 @@ State& state() {
 }
 
 void Close(State& s) REQUIRES(s.lock) {
+  sqlite3_finalize(s.set);
+  sqlite3_finalize(s.remove);
+  s.set = s.remove = nullptr;
   sqlite3_close(s.db);
   s.db = nullptr;
 }
@@ -74,6 +85,29 @@ int Execute(int line, const char* sql) {
   State& s = state();
   const MutexLock hold(s.lock);
   return Execute(s, line, sql);
+}
+
+int Prepare(State& s, int line, const char* sql, sqlite3_stmt*& statement) REQUIRES(s.lock) {
+  if (const int code = Open(s); code != SQLITE_OK || statement != nullptr) return code;
+  const int code =
+      sqlite3_prepare_v3(s.db, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  return code == SQLITE_OK ? code : Fail(s, line, code);
+}
+
+// Runs a compiled statement whose first parameter is a path.
+int Step(State& s, int line, sqlite3_stmt* statement, std::string_view path) REQUIRES(s.lock) {
+  int code =
+      sqlite3_bind_text64(statement, 1, path.data(), path.size(), SQLITE_STATIC, SQLITE_UTF8);
+  if (code == SQLITE_OK) {
+    sqlite3_step(statement);
+    code = sqlite3_reset(statement);
+  }
+  return code == SQLITE_OK ? code : Fail(s, line, code);
+}
+
+int RemovePath(State& s, int line, const ustring& path) REQUIRES(s.lock) {
+  if (const int code = Prepare(s, line, kRemoveStatement, s.remove); code != SQLITE_OK) return code;
+  return Step(s, line, s.remove, path.view());
 }
 
 // Text from sqlite3_mprintf.
@@ -180,10 +214,12 @@ void FileStatusDB::destroy() {
 }
 
 int FileStatusDB::setFileSyncStat(const FileStatusInfo& info) {
-  return Execute(__LINE__, SqlText(sqlite3_mprintf(
-                               "insert or replace into fstatinfo  (id, path, fileType, syncStatus) "
-                               " values(NULL, '%q', %d, %d);",
-                               info.path.c_str(), info.fileType, info.syncStatus)));
+  State& s = state();
+  const MutexLock hold(s.lock);
+  if (const int code = Prepare(s, __LINE__, kSetStatement, s.set); code != SQLITE_OK) return code;
+  sqlite3_bind_int(s.set, 2, info.fileType);
+  sqlite3_bind_int(s.set, 3, info.syncStatus);
+  return Step(s, __LINE__, s.set, info.path);
 }
 
 int FileStatusDB::rmFileSyncStat(const FileStatusInfo& info) {
@@ -195,18 +231,20 @@ int FileStatusDB::rmFileSyncStat(const FileStatusInfo& info) {
 }
 
 int FileStatusDB::rmFileStatByPath(const ustring& path) {
-  return Execute(__LINE__, SqlText(sqlite3_mprintf("delete from fstatinfo where path = %Q;",
-                                                   path.c_str_utf8())));
+  State& s = state();
+  const MutexLock hold(s.lock);
+  return RemovePath(s, __LINE__, path);
 }
 
 int FileStatusDB::rmFileStatByPaths(const std::vector<ustring>& paths) {
   if (paths.empty()) return SQLITE_OK;
-  std::string sql = "BEGIN IMMEDIATE;";
-  for (const ustring& path : paths) {
-    sql += ZENTDBEscapeStringEX3("delete from fstatinfo where path = '@ZENT:VAR';", path);
+  State& s = state();
+  const MutexLock hold(s.lock);
+  int code = Execute(s, __LINE__, "BEGIN IMMEDIATE;");
+  for (auto path = paths.begin(); code == SQLITE_OK && path != paths.end(); ++path) {
+    code = RemovePath(s, __LINE__, *path);  // a failure closes the connection, which rolls back
   }
-  // A failure closes the connection, which rolls back.
-  return Execute(__LINE__, sql.append("COMMIT;").c_str());
+  return code == SQLITE_OK ? Execute(s, __LINE__, "COMMIT;") : code;
 }
 
 int FileStatusDB::getFileSyncStat(const ustring& path, FileStatusInfo* info) {
