@@ -1,0 +1,28 @@
+// How the tree reads a path: names are bytes, compared exactly. A path counts up to 4,095 bytes
+// and a component up to 1,023; what is beyond is cut.
+#pragma once
+
+#include <string_view>
+
+namespace tolven {
+
+struct SplitPath {
+  std::string_view dir;   // without the last component; read with PathWalker
+  std::string_view name;  // the last component
+};
+
+// Splits at the last "/". False, leaving `out` alone, when the path ends in "/" or is empty.
+bool BaseName(std::string_view path, SplitPath& out);
+
+// Yields the components of a directory path, skipping runs of "/".
+class PathWalker {
+ public:
+  explicit PathWalker(std::string_view dir) : rest_(dir) {}
+  // The next component, or an empty one at the end.
+  std::string_view Next();
+
+ private:
+  std::string_view rest_;
+};
+
+}  // namespace tolven

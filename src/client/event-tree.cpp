@@ -1,0 +1,111 @@
+#include "client/event-tree.h"
+
+#include "client/event-path.h"
+
+namespace tolven {
+
+namespace {
+
+bool IsPendingChange(const EventNode& node) {
+  return node.status != EventStatus::DONE && node.attr.type != Event::EV_REMOVE;
+}
+
+bool HasPendingChild(const EventDirNode& dir) {
+  using Files = EventChildList<EventFileNode>;
+  for (const EventFileNode* file = dir.files().first(); file != nullptr;
+       file = Files::Next(*file)) {
+    if (IsPendingChange(*file)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+EventDirNode* EventTree::FindDir(std::string_view dir) const {
+  EventDirNode* node = root_.get();
+  PathWalker walker(dir);
+  for (std::string_view name = walker.Next(); node != nullptr && !name.empty();
+       name = walker.Next()) {
+    node = node->dirs().Find(name);
+  }
+  return node;
+}
+
+EventDirNode& EventTree::MakeDir(std::string_view dir) {
+  EventDirNode* node = root_.get();
+  PathWalker walker(dir);
+  for (std::string_view name = walker.Next(); !name.empty(); name = walker.Next()) {
+    EventDirNode* child = node->dirs().Find(name);
+    node = child != nullptr ? child : &node->AddDir(name);
+  }
+  return *node;
+}
+
+void EventTree::Count(EventDirNode& dir, const EventAttribute& attr, int32_t difference) {
+  const bool server = attr.isServer();
+  const int32_t change = attr.type == Event::EV_REMOVE ? 0 : difference;
+  for (EventDirNode* node = &dir; node != nullptr; node = node->parent) {
+    node->RefCount(server) += difference;
+    node->running_changes += change;
+    if (node->status == EventStatus::WAITING && node->parent != nullptr) {
+      node->parent->Relist(*node);
+    }
+  }
+}
+
+void EventTree::ForgetRunning(EventDirNode& dir, const EventAttribute& attr) {
+  if (attr.type == Event::EV_REMOVE) return;
+  for (EventDirNode* node = &dir; node != nullptr; node = node->parent) --node->running_changes;
+}
+
+void EventTree::FreeDir(EventDirNode& parent, std::string_view name) {
+  EventDirNode* dir = parent.dirs().Find(name);
+  if (dir == nullptr || !dir->attr.isTypeConflict()) return;
+  dir->attr.mode &= ~uint32_t{EVENT_F_FILE_TYPE_CONFLICT};
+  parent.Relist(*dir);
+}
+
+void EventTree::FreeFile(EventDirNode& parent, std::string_view name) {
+  EventFileNode* file = parent.files().Find(name);
+  if (file == nullptr || !file->attr.isTypeConflict()) return;
+  file->attr.mode &= ~uint32_t{EVENT_F_FILE_TYPE_CONFLICT};
+  parent.Relist(*file);
+}
+
+void EventTree::RemoveIdleUpwards(EventDirNode& dir) {
+  EventDirNode* node = &dir;
+  while (node->parent != nullptr && node->empty() && node->status == EventStatus::DONE) {
+    EventDirNode* parent = node->parent;
+    parent->Remove(*node);
+    node = parent;
+  }
+}
+
+bool EventTree::HasPendingChangeBelow(const EventDirNode& top) {
+  for (const EventDirNode* dir = &top; dir != nullptr; dir = NextBelow(top, *dir)) {
+    if (HasPendingChild(*dir) || (dir != &top && IsPendingChange(*dir))) return true;
+  }
+  return false;
+}
+
+const EventDirNode* EventTree::NextBelow(const EventDirNode& top, const EventDirNode& dir) {
+  if (!dir.dirs().empty()) return dir.dirs().first();
+  for (const EventDirNode* node = &dir; node != &top; node = node->parent) {
+    const EventDirNode* sibling = EventChildList<EventDirNode>::Next(*node);
+    if (sibling != nullptr) return sibling;
+  }
+  return nullptr;
+}
+
+std::string EventTree::PathOf(const EventNode& node) {
+  std::vector<const std::string*> names;
+  for (const EventNode* at = &node; at->parent != nullptr; at = at->parent) {
+    names.push_back(&at->name);
+  }
+  if (names.empty()) return "/";
+  std::string path;
+  for (auto name = names.rbegin(); name != names.rend(); ++name) path += "/" + **name;
+  return path;
+}
+
+}  // namespace tolven
