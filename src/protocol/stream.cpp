@@ -72,6 +72,15 @@ struct PStream::RecvFrame {
   bool in_member = false;
 };
 
+void PStream::Trace(const xchar* format) {
+  if (trace_) Logger::LogMsg(Logger::L_DEBUG, kCategory, format, Indent());
+}
+
+template <class Value>
+void PStream::TraceValue(const xchar* format, const Value& value) {
+  if (trace_) Logger::LogMsg(Logger::L_DEBUG, kCategory, format, Indent(), value);
+}
+
 // ---- Send -------------------------------------------------------------------------------------
 
 int PStream::CheckStrings(const PObject& root) {
@@ -96,6 +105,7 @@ int PStream::CheckStrings(const PObject& root) {
 }
 
 int PStream::Send(Channel& channel, const PObject& object) {
+  trace_ = Logger::IsEnabled(Logger::L_DEBUG, kCategory);
   int result = CheckStrings(object);
   if (result == ERR_OK) result = SendObject(channel, object);
   if (result == ERR_OK) {
@@ -121,7 +131,7 @@ int PStream::SendObject(Channel& channel, const PObject& root) {
       const std::string_view key = WireKey(frame.member->first);
       result = SendString(channel, key);
       if (result != ERR_OK) break;
-      PushHistory(ustring(key));
+      PushHistory(key);
       frame.in_member = true;
       next = &frame.member->second;
       ++frame.member;
@@ -135,7 +145,7 @@ int PStream::SendObject(Channel& channel, const PObject& root) {
     const bool is_map = frame.map != nullptr;
     stack.pop_back();
     --indent_;
-    Logger::LogMsg(Logger::L_DEBUG, kCategory, is_map ? L"%s}\n" : L"%s]\n", Indent());
+    Trace(is_map ? L"%s}\n" : L"%s]\n");
     result = SendTag(channel, kTagEnd);
   }
   return result;
@@ -154,7 +164,7 @@ int PStream::SendValue(Channel& channel, const PObject& value, std::vector<SendF
   }
   if (value.isMap() || value.isArray()) {
     const bool is_map = value.isMap();
-    Logger::LogMsg(Logger::L_DEBUG, kCategory, is_map ? L"%s{\n" : L"%s[\n", Indent());
+    Trace(is_map ? L"%s{\n" : L"%s[\n");
     ++indent_;
     SendFrame frame;
     if (is_map) {
@@ -186,7 +196,7 @@ int PStream::SendNull(Channel& channel) {
 }
 
 int PStream::SendInteger(Channel& channel, std::uint64_t value) {
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%s%llu\n", Indent(), value);
+  TraceValue(L"%s%llu\n", value);
   const std::size_t width = IntegerWidth(value);
   std::array<char, 10> bytes{};
   bytes[0] = kTagInteger;
@@ -199,7 +209,7 @@ int PStream::SendInteger(Channel& channel, std::uint64_t value) {
 }
 
 int PStream::SendString(Channel& channel, std::string_view text) {
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%s\"%s\"\n", Indent(), text);
+  TraceValue(L"%s\"%s\"\n", text);
   const char head[3] = {kTagString, static_cast<char>(text.size() >> 8),
                         static_cast<char>(text.size())};
   int result = channel.Write(head, sizeof head);
@@ -243,6 +253,7 @@ void PStream::SendFileWriteProgressReporter::Report(std::uint64_t count) {
 // ---- Recv -------------------------------------------------------------------------------------
 
 int PStream::Recv(Channel& channel, PObject& object) {
+  trace_ = Logger::IsEnabled(Logger::L_DEBUG, kCategory);
   nodes_ = 0;
   bytes_ = 0;
   const int result = RecvObject(channel, object);
@@ -274,7 +285,7 @@ int PStream::RecvNext(Channel& channel, std::vector<RecvFrame>& stack) {
     const bool is_map = frame.map != nullptr;
     stack.pop_back();
     --indent_;
-    Logger::LogMsg(Logger::L_DEBUG, kCategory, is_map ? L"%s}\n" : L"%s]\n", Indent());
+    Trace(is_map ? L"%s}\n" : L"%s]\n");
     return ERR_OK;
   }
   if (frame.array != nullptr) {
@@ -291,9 +302,10 @@ int PStream::RecvNext(Channel& channel, std::vector<RecvFrame>& stack) {
   ustring key;
   result = RecvString(channel, key);
   if (result != ERR_OK) return result;
-  PushHistory(key);
+  const auto place = frame.map->try_emplace(std::move(key)).first;
+  PushHistory(place->first.view());
   frame.in_member = true;
-  PObject& member = (*frame.map)[std::move(key)];
+  PObject& member = place->second;
   result = RecvTag(channel, tag);
   return result == ERR_OK ? RecvDispatch(channel, tag, member, stack) : result;
 }
@@ -325,7 +337,7 @@ int PStream::RecvDispatch(Channel& channel, std::uint8_t tag, PObject& object,
     default:
       return Skip(channel, tag);
   }
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, tag == kTagMap ? L"%s{\n" : L"%s[\n", Indent());
+  Trace(tag == kTagMap ? L"%s{\n" : L"%s[\n");
   ++indent_;
   stack.push_back(frame);
   return ERR_OK;
@@ -371,7 +383,7 @@ int PStream::RecvInteger(Channel& channel, PObject& object) {
   for (std::size_t i = 0; i < width; ++i) {
     value = value << 8 | static_cast<unsigned char>(bytes[i]);
   }
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%s%llu\n", Indent(), value);
+  TraceValue(L"%s%llu\n", value);
   object = value;
   return ERR_OK;
 }
@@ -386,7 +398,7 @@ int PStream::RecvString(Channel& channel, ustring& text) {
   result = channel.Read(buffer_.data(), length);
   if (result < 0) return ChannelFailure(result);
   text = ustring(std::string_view(buffer_.data(), length));
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%s\"%s\"\n", Indent(), text);
+  TraceValue(L"%s\"%s\"\n", text);
   return ERR_OK;
 }
 
@@ -505,7 +517,7 @@ void PStream::GetVersion(unsigned& major, unsigned& minor, unsigned& mini) const
   mini = 0;
 }
 
-void PStream::PushHistory(const ustring& key) {
+void PStream::PushHistory(std::string_view key) {
   MutexLock lock(status_lock_);
   history_.push_back(key);
 }
@@ -515,7 +527,12 @@ void PStream::PopHistory() {
   history_.pop_back();
 }
 
-void PStream::ZeroCounters() { UpdateStatus(0, 0); }
+void PStream::ZeroCounters() {
+  if (total_size_.load(std::memory_order_relaxed) != 0 ||
+      total_sent_.load(std::memory_order_relaxed) != 0) {
+    UpdateStatus(0, 0);
+  }
+}
 
 void PStream::ClearHistory() {
   MutexLock lock(status_lock_);
@@ -533,9 +550,9 @@ void PStream::DumpHistory() {
 
 ustring PStream::GetHistory() const {
   std::string joined;
-  for (const ustring& key : history_) {
+  for (const std::string_view key : history_) {
     if (!joined.empty()) joined += '.';
-    joined += key.view();
+    joined += key;
   }
   return ustring(joined);
 }

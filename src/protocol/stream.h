@@ -15,7 +15,9 @@
 // Trees are walked with explicit stacks: nesting is limited by the count of nodes alone.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 #include "lib/channel.h"
@@ -79,6 +81,9 @@ class PStream {
   struct SendFrame;
   struct RecvFrame;
 
+  void Trace(const xchar* format);
+  template <class Value>
+  void TraceValue(const xchar* format, const Value& value);
   static int CheckStrings(const PObject& root);
 
   int SendObject(Channel& channel, const PObject& root);
@@ -104,7 +109,7 @@ class PStream {
   int CountBytes(std::uint64_t count);
   int Skip(Channel& channel, std::uint8_t tag);
 
-  void PushHistory(const ustring& key);
+  void PushHistory(std::string_view key);
   void PopHistory();
   void ZeroCounters();
   void ClearHistory();
@@ -113,10 +118,13 @@ class PStream {
   const wchar_t* Indent() const;
 
   Mutex status_lock_;
-  std::vector<ustring> history_ GUARDED_BY(status_lock_);
-  std::uint64_t total_size_ GUARDED_BY(status_lock_) = 0;  // bytes of the item in progress
-  std::uint64_t total_sent_ GUARDED_BY(status_lock_) = 0;  // of them moved so far
+  // Keys of the tree in progress, which does not change while they stand here.
+  std::vector<std::string_view> history_ GUARDED_BY(status_lock_);
+  // Bytes of the item in progress and of them moved so far. Written under status_lock_, so that
+  // both always belong together.
+  std::atomic<std::uint64_t> total_size_{0}, total_sent_{0};
   std::size_t indent_ = 0;  // nesting depth, for the indentation of debug lines alone
+  bool trace_ = false;      // debug lines are on for this tree
   ustring recv_path_;
   Limits limits_;
   std::uint64_t nodes_ = 0, bytes_ = 0;  // of the tree being received

@@ -1,7 +1,7 @@
-// Two channels joined over loopback, for tests.
+// Two channels joined over loopback, for tests and benchmarks.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <stdexcept>
 
 #include "lib/channel.h"
 #include "platform/sockets.h"
@@ -15,16 +15,19 @@ struct ChannelPair {
     platform::Sockets& sockets = platform::sockets();
     platform::NativeSocket listener = platform::kInvalidSocket, peer = platform::kInvalidSocket;
     int port = 0;
-    std::vector<platform::SocketAddress> address;
-    EXPECT_TRUE(sockets.Resolve("127.0.0.1", 0, true, address).ok());
-    EXPECT_TRUE(sockets.Create(address.front().family, listener).ok());
-    EXPECT_TRUE(sockets.BindLoopback(listener, 0).ok());
-    EXPECT_TRUE(sockets.Listen(listener, 1).ok());
-    EXPECT_TRUE(sockets.LocalPort(listener, port).ok());
-    EXPECT_EQ(a.Open("127.0.0.1", port), 0);
-    EXPECT_TRUE(sockets.Accept(listener, peer).ok());
-    EXPECT_EQ(b.Open(peer, true), 0);
-    EXPECT_TRUE(sockets.Close(listener).ok());
+    Require(sockets.Create(4, listener).ok());
+    Require(sockets.BindLoopback(listener, 0).ok());
+    Require(sockets.Listen(listener, 1).ok());
+    Require(sockets.LocalPort(listener, port).ok());
+    Require(a.Open("127.0.0.1", port) == 0);
+    Require(sockets.Accept(listener, peer).ok());
+    Require(b.Open(peer, true) == 0);
+    Require(sockets.Close(listener).ok());
+  }
+
+ private:
+  static void Require(bool held) {
+    if (!held) throw std::runtime_error("no pair of channels");
   }
 };
 
