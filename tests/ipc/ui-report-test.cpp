@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <vector>
+
+#include "client/core/settings.h"
+#include "lib/log.h"
+#include "lib/ui-ipc.h"
+#include "lib/ui-report-queue.h"
+#include "support/local-ui.h"
+#include "support/temp-folder.h"
+
+namespace tolven {
+namespace {
+
+using std::chrono::milliseconds;
+
+TEST(UiReportQueue, KeepsTheOrderAndDropsWhatIsTooMuch) {
+  std::promise<void> entered, go_on;
+  std::vector<int> delivered;
+  UiReportQueue queue(3, [&](const PObject& report, std::atomic<int>*) {
+    delivered.push_back(report.asInt32());
+    if (report.asInt32() == 1) {
+      entered.set_value();
+      go_on.get_future().wait();
+    }
+  });
+  EXPECT_EQ(queue.Post(1), 0);  // waits for the thread
+  queue.Start();
+  entered.get_future().wait();
+  for (int i = 2; i <= 4; ++i) EXPECT_EQ(queue.Post(i), 0);
+  EXPECT_EQ(queue.Post(5), -1);
+  go_on.set_value();
+  queue.Stop(std::chrono::minutes(1));
+  EXPECT_EQ(queue.Post(6), -1);
+  EXPECT_EQ(delivered, (std::vector<int>{1, 2, 3, 4}));
+}
+
+TEST(UiReportQueue, EndsAReportThatStalls) {
+  test::LocalUi ui(23'000);  // listens and never reads
+  std::promise<void> entered;
+  int delivered = 0;
+  UiReportQueue queue(3, [&](const PObject& report, std::atomic<int>* abort) {
+    IPCSender sender;
+    sender.setFlag(abort);
+    PObject reply;
+    EXPECT_EQ(sender.connect(ui.port()), 0);
+    if (++delivered == 1) entered.set_value();
+    EXPECT_EQ(sender.send(report, true, reply), -1);
+  });
+  queue.Start();
+  queue.Post(1);
+  queue.Post(2);
+  entered.get_future().wait();
+  queue.Stop(milliseconds(0));
+  EXPECT_EQ(delivered, 1);
+}
+
+TEST(UiIpc, ReportsInOrderWithTheKeysOfEachKind) {
+  test::TempFolder folder;
+  test::LocalUi ui(24'000);
+  test::WriteFile(folder / "conf", "ui_port = " + std::to_string(ui.port()));
+  Settings::getInstance().loadConfigSettings(folder / "conf");
+  UiReportQueue::getInstance().Start();
+
+  Event event;
+  event.m_type = Event::EV_MODIFY;
+  event.m_sess_id = 7;
+  event.m_path = "/a/b";
+  event.setDir();
+  UI_IPC::ReportFileSyncingEventToUI(event);
+  UI_IPC::ReportFileROToUI(event);
+  UI_IPC::ReportFileNoPermToUI(event);
+  UI_IPC::ReportFileEventToUI(event);
+  UI_IPC::ReportFileLockedEventToUI(event, -23);
+  UI_IPC::ReportSessionErrorToUI(5, 7, -29);
+  UI_IPC::ReportConnectionErrorToUI(5, 7, -6);
+  UI_IPC::LastBreath();
+
+  const ustring path = R"("path": "/a/b", "session_id": 7})";
+  for (const char* kind : {"syncing_file", "readonly_file", "no_perm_file", "recent_file"}) {
+    EXPECT_EQ(ui.Receive().toString(),
+              ustring(R"({"event_type": 3, "is_dir": 1, "notify": ")") + kind + R"(", )" + path);
+  }
+  const auto number = [](int value) {
+    return std::to_string(static_cast<std::uint64_t>(std::int64_t{value}));
+  };
+  EXPECT_EQ(ui.Receive().toString(), ustring(R"({"error": {"code": )") + number(-23) +
+                                         R"(, "reason": "file locked"}, "is_dir": 1, )" +
+                                         R"("notify": "locked_file", )" + path);
+  EXPECT_EQ(ui.Receive().toString(), ustring(R"({"conn_id": 5, "error_type": )") + number(-29) +
+                                         R"(, "notify": "error", "sess_id": 7, "session_id": 7})");
+  EXPECT_EQ(ui.Receive().toString(), ustring(R"({"conn_id": 5, "connection_id": 5, )") +
+                                         R"("error_type": )" + number(-6) +
+                                         R"(, "notify": "error", "sess_id": 7})");
+  EXPECT_EQ(ui.Receive().toString(), ustring(R"({"action": "connection_terminate"})"));
+  UiReportQueue::getInstance().Stop(std::chrono::minutes(1));
+}
+
+TEST(UiIpc, LogsWhatCannotBeDelivered) {
+  test::TempFolder folder;
+  ASSERT_EQ(Logger::Initialize(Logger::FILE_LOGGER, folder / "log", "", 2), 0);
+  int port = 0;
+  { port = test::LocalUi(25'000).port(); }
+  test::WriteFile(folder / "gone", "ui_port = " + std::to_string(port));
+  test::WriteFile(folder / "path", "ui_socket_path = /tmp/ui");
+  for (const char* conf : {"gone", "path"}) {
+    Settings::getInstance().loadConfigSettings(folder / conf);
+    UiReportQueue::DeliverToUi(PObject("x"), nullptr);
+  }
+  Logger::Destroy();
+  const std::string log = test::ReadFile(folder / "log");
+  const std::size_t first = log.find("failed to connect to local port " + std::to_string(port));
+  const std::size_t second = log.find("message (\"x\") is not sent", first);
+  const std::size_t third = log.find("failed to connect to domain socket /tmp/ui", second);
+  EXPECT_NE(log.find("message (\"x\") is not sent", third), std::string::npos) << log;
+}
+
+}  // namespace
+}  // namespace tolven
