@@ -28,7 +28,7 @@ ustring FindDaemon(const std::string& given) {
   const ustring folder = self.substr(0, self.find_last_of("/\\"));
   const ustring suffix = self.size() > 4 && self.substr(self.size() - 4) == ".exe" ? ".exe" : "";
   for (const char* place : {"/tolven-daemon", "/../src/client/core/tolven-daemon"}) {
-    const ustring candidate = folder + place + suffix;
+    ustring candidate = folder + place + suffix;
     platform::NodeInfo info;
     if (platform::files().Stat(candidate, info).ok()) return candidate;
   }

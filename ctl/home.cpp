@@ -7,7 +7,6 @@
 namespace tolven::ctl {
 namespace {
 
-using platform::ErrorKind;
 using platform::OpenMode;
 using platform::ScopedFile;
 using platform::Status;

@@ -3,6 +3,7 @@
 #include <openssl/blowfish.h>
 
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "lib/utility.h"
@@ -24,25 +25,28 @@ void Crypt(const unsigned char* in, unsigned char* out, std::size_t size, int di
 }  // namespace
 
 void SyncPassEnc(const ustring& in, ustring& out) {
-  const ustring text = in;  // `out` may be the same object
-  out.clear();
-  if (text.empty()) return;
-  std::vector<unsigned char> coded(text.size());
-  Crypt(reinterpret_cast<const unsigned char*>(text.c_str_utf8()), coded.data(), coded.size(),
-        BF_ENCRYPT);
-  const auto base64 = SzBase64EncBuffer(coded.data(), coded.size());
-  out = base64 == nullptr ? text : ustring(base64.get());
+  // `out` may be the same object as `in`, so it is written last.
+  ustring result;
+  if (!in.empty()) {
+    std::vector<unsigned char> coded(in.size());
+    Crypt(reinterpret_cast<const unsigned char*>(in.c_str_utf8()), coded.data(), coded.size(),
+          BF_ENCRYPT);
+    const auto base64 = SzBase64EncBuffer(coded.data(), coded.size());
+    result = base64 == nullptr ? in : ustring(base64.get());
+  }
+  out = std::move(result);
 }
 
 void SyncPassDec(const ustring& in, ustring& out) {
-  const ustring text = in;
-  out.clear();
-  std::vector<unsigned char> coded(text.size() + 1);
+  std::vector<unsigned char> coded(in.size() + 1);
   std::size_t size = coded.size();
-  if (EncBase64Dec(text.c_str_utf8(), text.size(), coded.data(), size) != 1) return;
-  std::vector<unsigned char> plain(size + 1);
-  Crypt(coded.data(), plain.data(), size, BF_DECRYPT);
-  out = reinterpret_cast<const char*>(plain.data());
+  ustring result;
+  if (EncBase64Dec(in.c_str_utf8(), in.size(), coded.data(), size) == 1) {
+    std::vector<unsigned char> plain(size + 1);
+    Crypt(coded.data(), plain.data(), size, BF_DECRYPT);
+    result = reinterpret_cast<const char*>(plain.data());
+  }
+  out = std::move(result);
 }
 
 }  // namespace tolven

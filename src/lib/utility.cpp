@@ -14,17 +14,18 @@ namespace tolven {
 namespace {
 
 constexpr const char* kCategory = "utility_debug";
-constexpr std::size_t kMaxBase64Input = (3072 - 1) / 4 * 3;
+constexpr std::size_t kBase64Buffer = 3072;
+constexpr std::size_t kMaxBase64Input = (kBase64Buffer - 1) / 4 * 3;
 constexpr std::size_t kMaxUnits = 8192;
 
 // The value of a base64 character, -1 for any other.
-constexpr std::array<signed char, 256> DecodeTable() {
-  std::array<signed char, 256> table{};
+constexpr std::array<int, 256> DecodeTable() {
+  std::array<int, 256> table{};
   table.fill(-1);
   constexpr std::string_view alphabet =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   for (std::size_t i = 0; i < alphabet.size(); ++i) {
-    table[static_cast<unsigned char>(alphabet[i])] = static_cast<signed char>(i);
+    table[static_cast<unsigned char>(alphabet[i])] = static_cast<int>(i);
   }
   return table;
 }

@@ -133,7 +133,8 @@ TEST(TempFiles, LiveAsLongAsTheirHolders) {
       const TempFile copy = first;
       TempFile third;
       third = copy;
-      third = third;
+      const TempFile& itself = third;
+      third = itself;
       EXPECT_EQ(third.getPath(), first.getPath());
     }
     EXPECT_EQ(count(), 1);
