@@ -1,6 +1,5 @@
 #include "client/event-list2.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -110,9 +109,7 @@ void EventList2::MergeInto(EventNode& node, DirNode& holder, Attribute arrival, 
 void EventList2::RemoveSubNode(DirNode& removed) {
   std::vector<ustring> keys;
   for (const std::string& path : SweepBelowRemoval(removed, counters_)) {
-    std::string key = watch_path_.str() + path;
-    std::replace(key.begin(), key.end(), '/', '\\');
-    keys.emplace_back(key);
+    keys.push_back(FileStatusKey(watch_path_, path));
   }
   if (keys.empty() || FileStatusDB::rmFileStatByPaths(keys) == 0) return;
   for (const ustring& key : keys) {

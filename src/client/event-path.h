@@ -4,7 +4,13 @@
 
 #include <string_view>
 
+#include "ustring/ustring.h"
+
 namespace tolven {
+
+// The key of an event's path in the file status database: the path below the session's local root,
+// "/" being the root itself, with "\" as separator and none doubled.
+ustring FileStatusKey(const ustring& local_root, std::string_view path);
 
 struct SplitPath {
   std::string_view dir;   // without the last component; read with PathWalker

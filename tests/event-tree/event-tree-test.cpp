@@ -152,19 +152,19 @@ TEST(EventTree, SweepsBelowARemoval) {
     FileStatusInfo info;
     return FileStatusDB::getFileSyncStat(key, &info);
   };
-  for (const char* key : {"D:\\w\\d\\old", "D:\\w\\d\\new", "D:\\w\\d\\mine"}) {
+  for (const char* key : {"D:\\d\\old", "D:\\d\\new", "D:\\d\\mine"}) {
     FileStatusDB::setFileSyncStat({0, FSTAT_SYNCING, key});
   }
 
   EventList2 list;
-  list.SetWatchPath("D:/w");
+  list.SetWatchPath("D:/");
   list.Push(Make("/d/old", Event::EV_CREATE, kServer, 3));
   list.Push(Make("/d/new", Event::EV_CREATE, kServer, 9));
   list.Push(Make("/d/mine", Event::EV_MODIFY, kLocal));
   list.Push(Make("/d", Event::EV_REMOVE, kServer | kDir, 9));
   EXPECT_EQ(list.GetServerEventCount(), 2);
-  EXPECT_EQ(known("D:\\w\\d\\old"), 0);
-  EXPECT_EQ(known("D:\\w\\d\\new") + known("D:\\w\\d\\mine"), 2);
+  EXPECT_EQ(known("D:\\d\\old"), 0);
+  EXPECT_EQ(known("D:\\d\\new") + known("D:\\d\\mine"), 2);
   Event out;
   ASSERT_EQ(Next(list, &out), "/d");
   EXPECT_TRUE(out.isServerSubDirRescanWithStat());
