@@ -17,8 +17,10 @@ uint32_t HashName(std::string_view name) {
 
 template <class Node>
 EventChildList<Node>::~EventChildList() {
-  index_.clear();
-  while (head_ != nullptr) Take(*first());
+  for (EventNode* node = head_; node != nullptr;) {
+    const std::unique_ptr<Node> owned(static_cast<Node*>(node));
+    node = node->next_;
+  }
 }
 
 template <class Node>
@@ -39,12 +41,12 @@ Node* EventChildList<Node>::Find(std::string_view name) const {
 template <class Node>
 void EventChildList<Node>::Append(std::unique_ptr<Node> node) {
   if (++size_ > kIndexedSize && size_ > index_.size()) BuildIndex(index_.empty() ? 32 : size_ * 2);
-  LinkLast(*node);
+  Node& added = *node.release();
+  LinkLast(added);
   if (!index_.empty()) {
-    node->hash_ = HashName(node->name);
-    AddToIndex(*node);
+    added.hash_ = HashName(added.name);
+    AddToIndex(added);
   }
-  node.release();
 }
 
 template <class Node>
