@@ -32,7 +32,7 @@ enum class NodeKind { kFile, kDirectory, kLink, kDevice, kFifo, kSocket };
 // What one look at a name gives. Links are never followed.
 struct NodeInfo {
   NodeKind kind = NodeKind::kFile;
-  std::uint64_t size = 0;
+  std::uint64_t size = 0;       // bytes of a file; 0 for everything else
   std::int64_t mtime_ns = 0;    // last write, nanoseconds since 1970
   std::uint64_t volume_id = 0;  // with file_id: the same object as long as both agree
   std::uint64_t file_id = 0;

@@ -175,14 +175,14 @@ void TreeWatcher::ProcessNamed(WatchedFolder& folder, const inotify_event& event
   const bool is_folder = (event.mask & IN_ISDIR) != 0;
   if ((event.mask & IN_MOVED_FROM) != 0) return BeginMove(folder, event, name);
   if (folder.shallow && !is_folder) return;
-  std::string path = RelativePath(folder, name);
+  const std::string path = RelativePath(folder, name);
   if ((event.mask & IN_MOVED_TO) != 0) return EndMove(folder, event, name);
   if ((event.mask & IN_CREATE) != 0) {
-    Tell(WatchAction::kAdded, std::move(path));
+    Tell(WatchAction::kAdded, path);
     if (is_folder) Arrive(folder, name);
   } else if ((event.mask & IN_DELETE) != 0) {
     throttle_.Forget(path);
-    Tell(WatchAction::kRemoved, std::move(path));
+    Tell(WatchAction::kRemoved, path);
     if (is_folder) Leave(folder, name);
   } else {
     ProcessWrite(event, path);
@@ -264,7 +264,7 @@ void TreeWatcher::FlushDue() {
   if (half_move_ && now >= half_move_->until) FlushHalfMove();
   std::vector<std::string> paths;
   throttle_.TakeDue(now, paths);
-  for (std::string& path : paths) Tell(WatchAction::kModified, std::move(path));
+  for (const std::string& path : paths) Tell(WatchAction::kModified, path);
 }
 
 // A folder has appeared under this name: watches it and tells what it holds already.
@@ -416,7 +416,7 @@ std::string TreeWatcher::RelativePath(const WatchedFolder& folder, std::string_v
   return path.append(name);
 }
 
-void TreeWatcher::Tell(WatchAction action, std::string path) {
+void TreeWatcher::Tell(WatchAction action, const std::string& path) {
   const auto number = static_cast<std::uint32_t>(action);
   // A write and the close after it are one change, as long as nobody has been told in between.
   if (action == WatchAction::kModified && !records_.empty() && records_.back().action == number &&

@@ -83,7 +83,7 @@ class TreeWatcher {
 
   std::string FullPath(const WatchedFolder& folder) const;
   std::string RelativePath(const WatchedFolder& folder, std::string_view name) const;
-  void Tell(WatchAction action, std::string path);
+  void Tell(WatchAction action, const std::string& path);
   WatchResult End(WatchResult result);
 
   const std::string root_;  // without a separator at its end
