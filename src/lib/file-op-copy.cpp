@@ -52,19 +52,25 @@ int CopyContent(platform::NativeFile source, platform::NativeFile target) {
   }
 }
 
+// Emptying the target would empty the source, too.
+bool IsSameFile(platform::NativeFile source, const ustring& to) {
+  platform::NodeInfo from_info, to_info;
+  return platform::files().StatFile(source, from_info).ok() &&
+         platform::files().StatTarget(to, to_info).ok() &&
+         from_info.volume_id == to_info.volume_id && from_info.file_id == to_info.file_id;
+}
+
 bool IsFolder(const ustring& path) {
   platform::NodeInfo info;
   return platform::files().Stat(path, info).ok() && info.kind == NodeKind::kDirectory;
 }
 
-// One component on the way of FSMKDirP.
+// One component on the way of FSMKDirP. A link to a folder serves as one, as everywhere on a path.
 int MakeStep(const ustring& prefix, bool force) {
   platform::Files& files = platform::files();
   platform::NodeInfo info;
+  if (files.StatTarget(prefix, info).ok() && info.kind == NodeKind::kDirectory) return 0;
   if (files.Stat(prefix, info).ok()) {
-    if (info.kind == NodeKind::kDirectory) return 0;
-    // A link to a folder serves as one, as everywhere on the way of a path.
-    if (info.kind == NodeKind::kLink && IsFolder(prefix + "/.")) return 0;
     if (!force) return -1;
     (void)files.RemoveFile(prefix);
   }
@@ -72,7 +78,7 @@ int MakeStep(const ustring& prefix, bool force) {
   if (made.ok() || (made.is(ErrorKind::kExists) && IsFolder(prefix))) return 0;
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] file-op-win(%d): FSMKDirP fail: %s\n",
                  __LINE__, platform::StatusText(made));
-  return -1;
+  return made.is(ErrorKind::kNameTooLong) ? kNameNotSupported : -1;
 }
 
 }  // namespace
@@ -86,7 +92,9 @@ int FSCopy(const ustring& from, const ustring& to, bool isDelOrigin) {
                    __LINE__, from, status.code);
     return -1;
   }
-  status = platform::files().Open(to, OpenMode::kTruncate, *target.receive());
+  status = IsSameFile(source.get(), to)
+               ? Status{ErrorKind::kBusy, 0}
+               : platform::files().Open(to, OpenMode::kTruncate, *target.receive());
   if (!status.ok()) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] file-op-win(%d): FSCopy: Invalid destination. Error code %d\n",
@@ -149,7 +157,9 @@ int FSMKDirP(const ustring& path, void*, bool blForceCreate, int, int, std::uint
     while (start < text.size() && platform::IsPathSeparator(text[start])) ++start;
     end = start;
     while (end < text.size() && !platform::IsPathSeparator(text[end])) ++end;
-    if (end > start && MakeStep(ustring(text.substr(0, end)), blForceCreate) != 0) return -1;
+    if (end == start) break;
+    const int made = MakeStep(ustring(text.substr(0, end)), blForceCreate);
+    if (made != 0) return made;
   }
   return 0;
 }

@@ -25,7 +25,7 @@ namespace {
 std::mutex trash_mutex;
 
 struct Child {
-  ustring path;
+  ustring name;
   NodeKind kind;
 };
 
@@ -33,13 +33,13 @@ bool IsDots(const ustring& name) { return name == "." || name == ".."; }
 
 Status ListChildren(const ustring& dir, std::vector<Child>& children) {
   std::unique_ptr<platform::DirReader> reader;
-  Status status = platform::files().OpenDirectory(dir, false, reader);
+  Status status = platform::files().OpenRealDirectory(dir, false, reader);
   bool done = false;
   while (status.ok() && !done) {
     DirItem item;
     status = reader->Next(item, done);
     if (status.ok() && !done && !IsDots(item.name)) {
-      children.push_back({dir + "/" + item.name, item.info.kind});
+      children.push_back({std::move(item.name), item.info.kind});
     }
   }
   return status;
@@ -49,7 +49,26 @@ struct Folder {
   ustring path;
   std::vector<Child> children;
   std::size_t next = 0;
+
+  ustring PathOf(const Child& child) const { return path + "/" + child.name; }
 };
+
+// What somebody else removed meanwhile is as good as removed.
+Status Gone(const Status& status) { return status.is(ErrorKind::kNotFound) ? Status{} : status; }
+
+// A folder's name may have become a link since it was listed; the link goes, unread.
+Status RemoveOrList(const ustring& path, NodeKind kind, std::vector<Folder>& open) {
+  if (kind == NodeKind::kDirectory) {
+    Folder inner;
+    inner.path = path;
+    const Status listed = ListChildren(inner.path, inner.children);
+    if (!listed.is(ErrorKind::kNotDirectory)) {
+      if (listed.ok()) open.push_back(std::move(inner));
+      return Gone(listed);
+    }
+  }
+  return Gone(platform::files().RemoveFile(path));
+}
 
 Status RemoveDirectoryRecursive(const ustring& dir) {
   std::vector<Folder> open(1);
@@ -58,19 +77,12 @@ Status RemoveDirectoryRecursive(const ustring& dir) {
   while (status.ok() && !open.empty()) {
     Folder& folder = open.back();
     if (folder.next == folder.children.size()) {
-      status = platform::files().RemoveDirectory(folder.path);
+      status = Gone(platform::files().RemoveDirectory(folder.path));
       open.pop_back();
       continue;
     }
-    Child& child = folder.children[folder.next++];
-    if (child.kind != NodeKind::kDirectory) {
-      status = platform::files().RemoveFile(child.path);
-      continue;
-    }
-    Folder inner;
-    inner.path = std::move(child.path);
-    status = ListChildren(inner.path, inner.children);
-    open.push_back(std::move(inner));
+    const Child& child = folder.children[folder.next++];
+    status = RemoveOrList(folder.PathOf(child), child.kind, open);
   }
   return status;
 }
@@ -78,7 +90,7 @@ Status RemoveDirectoryRecursive(const ustring& dir) {
 int RemoveForGood(const ustring& path, FILE_TYPE type) {
   const Status status =
       type == FT_DIR ? RemoveDirectoryRecursive(path) : platform::files().RemoveFile(path);
-  if (status.ok() || status.is(ErrorKind::kNotFound)) return 0;
+  if (Gone(status).ok()) return 0;
   Logger::LogMsg(Logger::L_ERR, kCategory,
                  L"[ERROR] file-op-win(%d): FSRemove: failed on %s. error code %d\n", __LINE__,
                  path, status.code);
@@ -150,19 +162,19 @@ int TraverseDir(const ustring& dir, FN_ACT_TRAVERSE_DIR fn, void* pPriv) {
       continue;
     }
     const Child& child = folder.children[folder.next++];
+    const ustring path = folder.PathOf(child);
     bool stop = false;
     Folder inner;
     Step step = Step::kNothing;
     if (child.kind == NodeKind::kDirectory) {
-      step = EnterFolder(child.path, fn, pPriv, inner);
+      step = EnterFolder(path, fn, pPriv, inner);
       stop = step == Step::kRefused || step == Step::kUnreadable;
     } else {
-      stop = fn(child.path, pPriv) != 0;
+      stop = fn(path, pPriv) != 0;
     }
     if (stop) {
       Logger::LogMsg(Logger::L_NOTICE, kCategory,
-                     L"[NOTE] file-op-win(%d): TraverseDir: stopped at '%s'\n", __LINE__,
-                     child.path);
+                     L"[NOTE] file-op-win(%d): TraverseDir: stopped at '%s'\n", __LINE__, path);
       open.pop_back();
     } else if (step == Step::kOpened) {
       open.push_back(std::move(inner));

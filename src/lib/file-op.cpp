@@ -1,5 +1,6 @@
 #include "lib/file-op.h"
 
+#include <algorithm>
 #include <atomic>
 #include <tuple>
 
@@ -51,6 +52,11 @@ std::atomic<bool> coarse_times{false};
 
 bool IsMissing(const Status& status) {
   return status.is(ErrorKind::kNotFound) || status.is(ErrorKind::kNotDirectory);
+}
+
+void LogFindFailure(const ustring& path, const Status& status) {
+  Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] file-op-win(%d): FindFirstFile: %d [%s, %s]\n",
+                 __LINE__, status.code, path, platform::StatusText(status));
 }
 
 // The last component; a separator at the very end belongs to it.
@@ -131,11 +137,7 @@ bool IsFileExist(const ustring& path, bool do_case_check) {
   const Status status = do_case_check ? platform::files().NameOnDisk(path, on_disk)
                                       : platform::files().Stat(path, info);
   if (!status.ok()) {
-    if (!IsMissing(status)) {
-      Logger::LogMsg(Logger::L_ERR, kCategory,
-                     L"[ERROR] file-op-win(%d): FindFirstFile: %d [%s, %s]\n", __LINE__,
-                     status.code, path, platform::StatusText(status));
-    }
+    if (!IsMissing(status)) LogFindFailure(path, status);
     return false;
   }
   return !do_case_check || LastComponent(path.view()) == on_disk.view();
@@ -146,6 +148,10 @@ int FSStat(const ustring& path, FILE_INFO& info, bool do_case_check) {
   NodeInfo node;
   const Status status = platform::files().Stat(path, node);
   if (path.empty() || IsMissing(status)) return 0;
+  if (status.is(ErrorKind::kNameTooLong)) {  // what cannot be held is not there
+    LogFindFailure(path, status);
+    return 0;
+  }
   if (!status.ok()) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] file-op-win(%d): FSStat: Failed on %s. Error code %d\n", __LINE__,
@@ -202,8 +208,9 @@ int FSGetRealPath(ustring& path) {
     return -1;
   }
   std::string_view text = real.view();
-  while (!text.empty() && platform::IsPathSeparator(text.back())) text.remove_suffix(1);
-  if (text.empty()) {
+  const std::size_t root = platform::PathRootLength(real);  // a drive keeps its separator
+  while (text.size() > root && platform::IsPathSeparator(text.back())) text.remove_suffix(1);
+  if (std::all_of(text.begin(), text.end(), platform::IsPathSeparator)) {
     Logger::LogMsg(
         Logger::L_ERR, kCategory,
         L"[ERROR] file-op-win(%d): Unexpected error, Null path is resolved. path = [%s]\n",

@@ -29,7 +29,7 @@ enum FILE_TYPE : int {
 
 enum SYNC_FILE_TYPE : int { SFT_FILE = 0, SFT_DIR = 1 };
 
-// Result of FSRename when the target's name is one that the file system cannot hold.
+// Result of FSRename, FSMKDir and FSMKDirP for a name that the file system cannot hold.
 inline constexpr int kNameNotSupported = -100;
 
 struct FILE_INFO {
@@ -70,7 +70,8 @@ bool isFileLocked(const ustring& path, std::uint32_t flag);
 int FSUTime(const ustring& path, std::uint32_t atime, std::uint32_t mtime);
 bool FSTimeEqual(std::uint32_t a, std::uint32_t b);
 
-// Contents alone: the caller sets times. A target of that name is replaced.
+// Contents alone: the caller sets times. A file of that name is overwritten; after a failure it may
+// hold a part. -1 when both are one file, which stays whole.
 int FSCopy(const ustring& from, const ustring& to, bool isDelOrigin);
 // Replaces `to`. kNameNotSupported when `to` cannot exist on its file system, else -1.
 int FSRename(const ustring& from, const ustring& to, bool do_case_check);
@@ -80,7 +81,8 @@ int FSRenameNoReplace(const ustring& from, const ustring& to);
 // An existing folder is success.
 int FSMKDir(const ustring& path, bool isCreateParent);
 // Every missing folder on the way. What stands there and is no folder is removed when
-// `blForceCreate`, else the result is -1. `uid`, `gid`, `mode` and `endptr` have no effect.
+// `blForceCreate`, else the result is -1; a link to a folder counts as one. `uid`, `gid`, `mode`
+// and `endptr` have no effect.
 int FSMKDirP(const ustring& path, void* endptr, bool blForceCreate, int uid, int gid,
              std::uint32_t mode);
 

@@ -1,5 +1,7 @@
 #include "lib/temp-file.h"
 
+#include <utility>
+
 #include "lib/file-op.h"
 #include "lib/log.h"
 
@@ -22,17 +24,15 @@ TempFile::TempFile(const TempFile& other) : ref_(std::make_shared<int>(0)) { *th
 TempFile::~TempFile() { Leave(); }
 
 TempFile& TempFile::operator=(const TempFile& other) {
-  if (this == &other || (ref_ == other.ref_ && *ref_ > 0)) return *this;
+  if (this == &other) return *this;
+  // The new share is taken first, so that a file which both hold stays.
+  auto share = *other.ref_ > 0 ? other.ref_ : std::make_shared<int>(0);
+  if (*share > 0) ++*share;
   Leave();
+  ref_ = std::move(share);
   tmp_prefix_ = other.tmp_prefix_;
   path_ = other.path_;
   permanent_ = other.permanent_;
-  if (*other.ref_ > 0) {
-    ref_ = other.ref_;
-    ++*ref_;
-  } else {
-    ref_ = std::make_shared<int>(0);
-  }
   return *this;
 }
 

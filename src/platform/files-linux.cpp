@@ -151,6 +151,13 @@ class LinuxFiles : public Files {
     return status;
   }
 
+  Status StatTarget(const ustring& path, NodeInfo& info) override {
+    struct stat st {};
+    if (::stat(PathArgument(path).c_str(), &st) != 0) return AbsentOr(errno);
+    info = InfoOf(st);
+    return {};
+  }
+
   Status NameOnDisk(const ustring& path, ustring& name) override {
     struct stat st {};
     const PathArgument argument(path);
@@ -241,7 +248,22 @@ class LinuxFiles : public Files {
   Status OpenDirectory(const ustring& path, bool want_info,
                        std::unique_ptr<DirReader>& reader) override {
     reader.reset();
-    const int fd = OpenFolder(path.c_str_utf8());
+    return ListOpened(OpenFolder(path.c_str_utf8()), want_info, reader);
+  }
+
+  Status OpenRealDirectory(const ustring& path, bool want_info,
+                           std::unique_ptr<DirReader>& reader) override {
+    reader.reset();
+    return ListOpened(OpenFolder(PathArgument(path).c_str(), Links::kRefuse), want_info, reader);
+  }
+
+ private:
+  static constexpr std::uint64_t kLargestOffset = std::numeric_limits<off_t>::max();
+
+  static int Fd(NativeFile file) { return static_cast<int>(file); }
+
+  // `fd` is what OpenFolder gave, errno still its own.
+  static Status ListOpened(int fd, bool want_info, std::unique_ptr<DirReader>& reader) {
     if (fd < 0) return LastError();
     DIR* const dir = ::fdopendir(fd);
     if (dir == nullptr) {
@@ -253,15 +275,13 @@ class LinuxFiles : public Files {
     return {};
   }
 
- private:
-  static constexpr std::uint64_t kLargestOffset = std::numeric_limits<off_t>::max();
-
-  static int Fd(NativeFile file) { return static_cast<int>(file); }
+  // A file where a folder of the path should be: the folder does not exist.
+  static Status AbsentOr(int code) {
+    return code == ENOTDIR ? Status{ErrorKind::kNotFound, ENOTDIR} : StatusFromErrno(code);
+  }
 
   static Status Look(const PathArgument& path, struct stat& st) {
-    if (::lstat(path.c_str(), &st) == 0) return {};
-    // A file where a folder of the path should be: the folder does not exist.
-    return errno == ENOTDIR ? Status{ErrorKind::kNotFound, ENOTDIR} : LastError();
+    return ::lstat(path.c_str(), &st) == 0 ? Status{} : AbsentOr(errno);
   }
 };
 

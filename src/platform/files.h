@@ -89,6 +89,8 @@ class Files {
 
   // kNotFound when the name, or a folder above it, does not exist.
   virtual Status Stat(const ustring& path, NodeInfo& info) = 0;
+  // The same for what a link or junction leads to; kNotFound when it leads nowhere.
+  virtual Status StatTarget(const ustring& path, NodeInfo& info) = 0;
   // The last component of `path` as the disk spells it (they differ in case on Windows only).
   virtual Status NameOnDisk(const ustring& path, ustring& name) = 0;
   // `path` as the disk spells it in every component, short names made long.
@@ -120,6 +122,10 @@ class Files {
   virtual Status SyncDirectory(const ustring& path) = 0;
   virtual Status OpenDirectory(const ustring& path, bool want_info,
                                std::unique_ptr<DirReader>& reader) = 0;
+  // The same, but kNotDirectory when the name is a link or junction: for whoever removes what is
+  // listed.
+  virtual Status OpenRealDirectory(const ustring& path, bool want_info,
+                                   std::unique_ptr<DirReader>& reader) = 0;
 };
 
 // The service in use: the real one, until a test puts another in its place. Not to be changed

@@ -84,6 +84,9 @@ class ForwardingFiles : public Files, protected Forwarding {
   Status Stat(const ustring& path, NodeInfo& info) override {
     return Do("Stat", [&] { return base_.Stat(path, info); });
   }
+  Status StatTarget(const ustring& path, NodeInfo& info) override {
+    return Do("StatTarget", [&] { return base_.StatTarget(path, info); });
+  }
   Status NameOnDisk(const ustring& path, ustring& name) override {
     return Do("NameOnDisk", [&] { return base_.NameOnDisk(path, name); });
   }
@@ -130,15 +133,25 @@ class ForwardingFiles : public Files, protected Forwarding {
   Status OpenDirectory(const ustring& path, bool want_info,
                        std::unique_ptr<DirReader>& reader) override {
     reader.reset();
-    const Status status =
-        Do("OpenDirectory", [&] { return base_.OpenDirectory(path, want_info, reader); });
+    return Wrap(Do("OpenDirectory", [&] { return base_.OpenDirectory(path, want_info, reader); }),
+                reader);
+  }
+  Status OpenRealDirectory(const ustring& path, bool want_info,
+                           std::unique_ptr<DirReader>& reader) override {
+    reader.reset();
+    return Wrap(
+        Do("OpenRealDirectory", [&] { return base_.OpenRealDirectory(path, want_info, reader); }),
+        reader);
+  }
+
+ private:
+  Status Wrap(Status status, std::unique_ptr<DirReader>& reader) {
     if (reader != nullptr) {
       reader = std::make_unique<ForwardingDirReader>(std::move(reader), hook());
     }
     return status;
   }
 
- private:
   Files& base_;
 };
 

@@ -61,8 +61,9 @@ NodeInfo InfoOf(const struct stat& st) {
   return info;
 }
 
-int OpenFolder(const char* path) {
-  return Retry([path] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+int OpenFolder(const char* path, Links links) {
+  const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (links == Links::kRefuse ? O_NOFOLLOW : 0);
+  return Retry([path, flags] { return ::open(path, flags); });
 }
 
 namespace {

@@ -31,8 +31,9 @@ std::string_view NameOf(std::string_view path);
 
 NodeInfo InfoOf(const struct stat& st);
 
-// Opens a folder for reading; -1 with errno on failure.
-int OpenFolder(const char* path);
+// Opens a folder for reading, through a link too unless told otherwise; -1 with errno on failure.
+enum class Links { kFollow, kRefuse };
+int OpenFolder(const char* path, Links links = Links::kFollow);
 std::unique_ptr<DirReader> NewDirReader(DIR* dir, bool want_info);
 std::unique_ptr<AppendWriter> NewLinuxAppendWriter();
 

@@ -37,6 +37,7 @@ TEST(FileOp, TellsKindsAndAbsence) {
   EXPECT_FALSE(Look(folder / "missing").isExist);
   EXPECT_FALSE(Look(folder / "file/below").isExist);
   EXPECT_FALSE(Look("").isExist);
+  EXPECT_FALSE(Look(folder / std::string(300, 'n')).isExist);
   EXPECT_EQ(Look(folder / "file").type, FT_FILE);
   EXPECT_EQ(Look(folder / "file").size, 5u);
   EXPECT_EQ(Look(folder / "dir").type, FT_DIR);
@@ -69,6 +70,59 @@ TEST(FileOp, RemovesTreesButNeverWhatLinksPointTo) {
   EXPECT_EQ(ReadFile(outside / "precious"), "x");
   EXPECT_EQ(FSRemove(folder / "missing", false), 0);
   EXPECT_EQ(FSRemove("", false), -1);
+}
+
+TEST(FileOp, RemovalNeverEntersAFolderThatBecameALink) {
+  const TempFolder folder, outside;
+  WriteFile(outside / "precious", "x");
+  fs::create_directories((folder / "tree/a").str());
+  platform::FaultPlan plan;
+  platform::ForwardingFiles faulty(platform::files(), [&](const char* call) {
+    // The folder becomes a link after it was listed as a folder.
+    if (std::string_view(call) == "OpenRealDirectory" && plan.calls("OpenRealDirectory") == 1) {
+      fs::rename((folder / "tree/a").str(), (outside / "moved").str());
+      fs::create_directory_symlink(outside.path(), (folder / "tree/a").str());
+    }
+    return plan.hook()(call);
+  });
+  platform::SetFiles(&faulty);
+  EXPECT_EQ(FSRemove(folder / "tree", false), 0);
+  EXPECT_FALSE(fs::exists((folder / "tree").str()));
+  EXPECT_EQ(ReadFile(outside / "precious"), "x");
+  platform::SetFiles(nullptr);
+}
+
+TEST(FileOp, AChildThatVanishedIsNoReasonToCallTheTreeRemoved) {
+  const TempFolder folder;
+  fs::create_directories((folder / "tree").str());
+  WriteFile(folder / "tree/file", "r");
+  platform::FaultPlan plan;
+  platform::ForwardingFiles faulty(platform::files(), plan.hook());
+  platform::SetFiles(&faulty);
+  plan.FailNth("RemoveFile", 1, ErrorKind::kNotFound);
+  EXPECT_EQ(FSRemove(folder / "tree", false), -1);  // the file is still in the way
+  EXPECT_EQ(FSRemove(folder / "tree", false), 0);
+  platform::SetFiles(nullptr);
+}
+
+TEST(FileOp, DeepTreesAreWalkedAndRemoved) {
+  const TempFolder folder;
+  std::string deepest;
+  while (folder.path().size() + deepest.size() < 4000) deepest += "/d";
+  EXPECT_EQ(FSMKDir(folder.path() + deepest, true), 0);
+  WriteFile(folder.path() + deepest + "/f", "x");
+  std::size_t visited = 0;
+  EXPECT_EQ(TraverseDir(
+                ustring(folder.path()),
+                [](const ustring&, void* count) {
+                  ++*static_cast<std::size_t*>(count);
+                  return 0;
+                },
+                &visited),
+            0);
+  EXPECT_EQ(visited, deepest.size() / 2 + 2);
+  EXPECT_EQ(FSRemove(folder / "d", false), 0);
+  EXPECT_FALSE(fs::exists((folder / "d").str()));
 }
 
 class FakeTrash : public platform::Trash {
@@ -133,6 +187,12 @@ TEST(FileOp, CopyReportsEveryFailureAndKeepsTheSource) {
   platform::SetFiles(nullptr);
   EXPECT_GT(nth, 5u);
 
+  // Through a link as well, a file copied onto itself keeps its content.
+  fs::create_symlink("from", (folder / "link").str());
+  EXPECT_EQ(FSCopy(folder / "from", folder / "from", true), -1);
+  EXPECT_EQ(FSCopy(folder / "from", folder / "link", true), -1);
+  EXPECT_EQ(ReadFile(folder / "from").size(), 100'000u);
+
   EXPECT_EQ(FSCopy(folder / "from", folder / "moved", true), 0);
   EXPECT_FALSE(fs::exists((folder / "from").str()));
   EXPECT_EQ(FSCopy(folder / "from", folder / "moved", true), -1);
@@ -150,6 +210,10 @@ TEST(FileOp, MakesFolders) {
   EXPECT_EQ(ReadFile(folder / "a/file"), "x");
   EXPECT_EQ(FSMKDirP(folder / "a/file/d", nullptr, true, -1, -1, 0), 0);
   EXPECT_TRUE(fs::is_directory((folder / "a/file/d").str()));
+  fs::create_directory_symlink("b", (folder / "a/link").str());
+  EXPECT_EQ(FSMKDirP(folder / "a/link/e", nullptr, true, -1, -1, 0), 0);
+  EXPECT_TRUE(fs::is_directory((folder / "a/b/e").str()));
+  EXPECT_EQ(FSMKDir(folder / std::string(300, 'n'), true), kNameNotSupported);
   EXPECT_EQ(FSMKDirP("", nullptr, true, -1, -1, 0), -1);
 }
 

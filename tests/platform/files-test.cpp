@@ -243,6 +243,13 @@ TEST_F(FilesTest, ListsFoldersAndTellsAnErrorFromTheEnd) {
   std::unique_ptr<DirReader> reader;
   EXPECT_EQ(files().OpenDirectory(At("file"), false, reader).kind, ErrorKind::kNotDirectory);
   EXPECT_EQ(files().OpenDirectory(At("none"), false, reader).kind, ErrorKind::kNotFound);
+  EXPECT_TRUE(files().OpenDirectory(At("to-folder"), false, reader).ok());
+  EXPECT_EQ(files().OpenRealDirectory(At("to-folder/"), false, reader).kind,
+            ErrorKind::kNotDirectory);
+  NodeInfo target;
+  EXPECT_TRUE(files().StatTarget(At("to-folder"), target).ok());
+  EXPECT_EQ(target.kind, NodeKind::kDirectory);
+  EXPECT_EQ(files().StatTarget(At("dangling"), target).kind, ErrorKind::kNotFound);
   ASSERT_TRUE(files().OpenDirectory(At("empty"), false, reader).ok());
   fs::remove(At("empty"));
   DirItem item;
