@@ -1,0 +1,72 @@
+// Windows paths as text, on every system.
+
+#include "platform/long-path.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace tolven::platform {
+namespace {
+
+TEST(LongPath, Forms) {
+  const struct {
+    const char* path;
+    const char* extended;
+    std::size_t root;  // of `path`
+  } cases[] = {
+      {"C:/dir//sub/file", R"(\\?\C:\dir\sub\file)", 3},
+      {R"(C:\dir\)", R"(\\?\C:\dir)", 3},
+      {"C:", R"(\\?\C:\)", 2},
+      {"C:/", R"(\\?\C:\)", 3},
+      {"D://a", R"(\\?\D:\a)", 4},  // a root joined with a path
+      {R"(\\?\C:\dir/x)", R"(\\?\C:\dir\x)", 7},
+      {"//?/C:/dir", R"(\\?\C:\dir)", 7},
+      {"//server/share/dir", R"(\\?\UNC\server\share\dir)", 15},
+      {R"(\\server\share)", R"(\\?\UNC\server\share)", 14},
+      {R"(\\?\unc\server\share\d)", R"(\\?\UNC\server\share\d)", 21},
+      {"relative/x", R"(\\?\relative\x)", 0},
+  };
+  for (const auto& c : cases) {
+    const ustring extended = get_extened_path(c.path);
+    EXPECT_EQ(extended, c.extended) << c.path;
+    EXPECT_EQ(get_extened_path(extended), extended);
+    EXPECT_EQ(get_extened_path(PlainPath(extended)), extended);
+    EXPECT_EQ(WindowsRootLength(c.path), c.root) << c.path;
+  }
+  EXPECT_EQ(PlainPath(R"(\\?\UNC\server\share\d)"), R"(\\server\share\d)");
+  EXPECT_EQ(PlainPath(R"(\\?\C:\d)"), R"(C:\d)");
+}
+
+TEST(LongPath, Spelling) {
+  EXPECT_TRUE(DifferOnlyInCase("C:/dir/\xC3\xA9t\xC3\xA9", R"(C:\DIR\)"
+                                                           "\xC3\x89t\xC3\xA9"));
+  EXPECT_FALSE(DifferOnlyInCase("C:/dir/a", R"(C:\dir\a\)")) << "the same spelling";
+  EXPECT_FALSE(DifferOnlyInCase("C:/a", "C:/ab"));
+  EXPECT_FALSE(
+      DifferOnlyInCase("C:/stra\xC3\x9F"
+                       "e",
+                       "C:/STRASSE"));
+
+  const std::map<std::string, std::string> disk = {
+      {R"(C:\PROGRA~1)", "Program Files"},
+      {R"(C:\Program Files\APP)", "App"},
+      {R"(\\server\share\X)", "x"},
+  };
+  const NameLookUp look_up = [&disk](const std::string& path, std::string& name) {
+    const auto found = disk.find(path);
+    if (found != disk.end()) name = found->second;
+    return found != disk.end();
+  };
+  ustring real;
+  EXPECT_TRUE(SpellPath("C:/PROGRA~1/APP/", look_up, real));
+  EXPECT_EQ(real, R"(C:\Program Files\App)");
+  EXPECT_TRUE(SpellPath(R"(\\?\UNC\server\share\X)", look_up, real));
+  EXPECT_EQ(real, R"(\\server\share\x)");
+  EXPECT_TRUE(SpellPath("C:/", look_up, real));
+  EXPECT_EQ(real, R"(C:\)");
+  EXPECT_FALSE(SpellPath("C:/PROGRA~1/none", look_up, real));
+}
+
+}  // namespace
+}  // namespace tolven::platform
