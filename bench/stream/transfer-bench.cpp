@@ -4,19 +4,16 @@
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
-#include <sys/resource.h>
-#include <sys/sendfile.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdio>
+#include <fstream>
 #include <thread>
 
+#include "platform/files.h"
+#include "platform/sockets.h"
 #include "protocol/stream.h"
 #include "support/channel-pair.h"
 #include "support/temp-folder.h"
@@ -30,20 +27,45 @@ using test::TempFolder;
 constexpr std::uint64_t kSize = 256 << 20;
 constexpr std::size_t kBlock = 0x14000;
 
-std::string MakeFile(const TempFolder& folder, std::uint64_t size, bool sparse) {
-  const std::string path = (folder / "source").str();
-  const int fd = open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
+using platform::NativeFile;
+using platform::NativeSocket;
+using platform::OpenMode;
+using platform::ScopedFile;
+
+void Require(bool held) {
+  if (!held) std::abort();
+}
+
+NativeFile Open(const ustring& path, OpenMode mode) {
+  NativeFile file = platform::kInvalidFile;
+  Require(platform::files().Open(path, mode, file).ok());
+  return file;
+}
+
+ustring MakeFile(const TempFolder& folder, std::uint64_t size, bool sparse) {
+  const ustring path = folder / "source";
+  const ScopedFile file(Open(path, OpenMode::kTruncate));
   if (sparse) {
-    if (ftruncate(fd, static_cast<off_t>(size)) != 0) std::perror("ftruncate");
-  } else {
-    std::string block(1 << 20, '\0');
-    for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 31 + i / 977);
-    for (std::uint64_t done = 0; done < size; done += block.size()) {
-      if (write(fd, block.data(), block.size()) < 0) std::perror("write");
-    }
+    Require(platform::files().Truncate(file.get(), size).ok());
+    return path;
   }
-  close(fd);
+  std::string block(1 << 20, '\0');
+  for (std::size_t i = 0; i < block.size(); ++i) block[i] = static_cast<char>(i * 31 + i / 977);
+  std::size_t written = 0;
+  for (std::uint64_t done = 0; done < size; done += written) {
+    Require(platform::files().Write(file.get(), block.data(), block.size(), written).ok());
+  }
   return path;
+}
+
+// The most memory that the process has held so far, in MiB; 0 where the system does not tell.
+double PeakMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    double kilobytes = 0;
+    if (word == "VmHWM:" && status >> kilobytes) return kilobytes / 1024;
+  }
+  return 0;
 }
 
 // A self-signed certificate and its key in one PEM file.
@@ -82,25 +104,23 @@ bool Secure(ChannelPair& pair, const TempFolder& folder) {
 
 void Stream(benchmark::State& state, bool tls, std::uint64_t size, bool sparse) {
   const TempFolder folder;
-  const std::string source = MakeFile(folder, size, sparse);
+  const ustring source = MakeFile(folder, size, sparse);
   ChannelPair pair;
   if (tls && !Secure(pair, folder)) return state.SkipWithError("handshake");
   PObject message, target;
-  message["file"]["data"] = PObject::binary_type{0, size, ustring(source)};
+  message["file"]["data"] = PObject::binary_type{0, size, source};
   for (auto _ : state) {
     target["file"]["data"] = PObject::binary_type{0, 0, folder / "target"};
     std::thread sender([&] {
       PStream stream;
-      if (stream.Send(pair.a, message) != 0) std::abort();
+      Require(stream.Send(pair.a, message) == 0);
     });
     PStream stream;
     if (stream.Recv(pair.b, target) != 0) state.SkipWithError("recv");
     sender.join();
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(size) * state.iterations());
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  state.counters["max_rss_MiB"] = static_cast<double>(usage.ru_maxrss) / 1024;
+  state.counters["max_rss_MiB"] = PeakMemory();
 }
 void BM_PlainStreamSparse2GiB(benchmark::State& state) {
   Stream(state, false, std::uint64_t{2} << 30, true);
@@ -112,60 +132,55 @@ BENCHMARK(BM_PlainStreamSparse2GiB)->UseRealTime()->Iterations(1);
 BENCHMARK(BM_PlainStream)->UseRealTime()->MinTime(2);
 BENCHMARK(BM_TlsStream)->UseRealTime()->MinTime(2);
 
-void WriteOut(int fd, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(fd, data, size);
-    if (written <= 0) std::abort();
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-}
-
 struct TcpPair {
-  int a = -1, b = -1;
+  NativeSocket a = platform::kInvalidSocket, b = platform::kInvalidSocket;
 
   TcpPair() {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0) std::abort();
-    if (listen(listener, 1) != 0) std::abort();
-    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
-    a = socket(AF_INET, SOCK_STREAM, 0);
-    if (connect(a, reinterpret_cast<sockaddr*>(&address), size) != 0) std::abort();
-    b = accept(listener, nullptr, nullptr);
-    close(listener);
+    platform::Sockets& sockets = platform::sockets();
+    NativeSocket listener = platform::kInvalidSocket;
+    int port = 0;
+    std::vector<platform::SocketAddress> address;
+    Require(sockets.Create(4, listener).ok() && sockets.BindLoopback(listener, 0).ok() &&
+            sockets.Listen(listener, 1).ok() && sockets.LocalPort(listener, port).ok() &&
+            sockets.Resolve("127.0.0.1", port, true, address).ok() && sockets.Create(4, a).ok() &&
+            sockets.Connect(a, address.front()).ok() && sockets.Accept(listener, b).ok());
+    (void)sockets.Close(listener);
   }
   ~TcpPair() {
-    close(a);
-    close(b);
+    (void)platform::sockets().Close(a);
+    (void)platform::sockets().Close(b);
   }
 };
 
+// Stores what `receive` gives until the file is complete.
+template <class Receive>
+void Store(const ustring& path, Receive receive) {
+  const ScopedFile out(Open(path, OpenMode::kTruncate));
+  std::string buffer(kBlock, '\0');
+  std::size_t written = 0;
+  for (std::uint64_t left = kSize; left > 0; left -= written) {
+    const std::size_t got = receive(buffer.data(), buffer.size());
+    Require(got > 0 && platform::files().Write(out.get(), buffer.data(), got, written).ok());
+  }
+}
+
 void BM_BareSendfile(benchmark::State& state) {
   const TempFolder folder;
-  const std::string source = MakeFile(folder, kSize, false);
+  const ustring source = MakeFile(folder, kSize, false);
   const TcpPair pair;
-  std::string buffer(kBlock, '\0');
   for (auto _ : state) {
     std::thread sender([&] {
-      const int fd = open(source.c_str(), O_RDONLY);
-      off_t offset = 0;
-      while (offset < static_cast<off_t>(kSize)) {
-        if (sendfile(pair.a, fd, &offset, 524288) <= 0) std::abort();
+      const ScopedFile file(Open(source, OpenMode::kRead));
+      std::size_t sent = 0;
+      for (std::uint64_t done = 0; done < kSize; done += sent) {
+        Require(platform::sockets().SendFile(pair.a, file.get(), done, 524288, sent).ok());
       }
-      close(fd);
     });
-    const int out = open((folder / "target").c_str_utf8(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-    for (std::uint64_t left = kSize; left > 0;) {
-      const ssize_t got = recv(pair.b, buffer.data(), buffer.size(), 0);
-      if (got <= 0) std::abort();
-      WriteOut(out, buffer.data(), static_cast<std::size_t>(got));
-      left -= static_cast<std::uint64_t>(got);
-    }
-    close(out);
+    Store(folder / "target", [&](char* data, std::size_t size) {
+      std::size_t got = 0;
+      Require(platform::sockets().Receive(pair.b, data, size, got).ok());
+      return got;
+    });
     sender.join();
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(kSize) * state.iterations());
@@ -174,7 +189,7 @@ BENCHMARK(BM_BareSendfile)->UseRealTime()->MinTime(2);
 
 void BM_BareTls(benchmark::State& state) {
   const TempFolder folder;
-  const std::string source = MakeFile(folder, kSize, false);
+  const ustring source = MakeFile(folder, kSize, false);
   const std::string pem = MakeCertificate(folder);
   const TcpPair pair;
   SSL_CTX* const client_context = SSL_CTX_new(TLS_client_method());
@@ -183,32 +198,24 @@ void BM_BareTls(benchmark::State& state) {
   SSL_CTX_use_PrivateKey_file(server_context, pem.c_str(), SSL_FILETYPE_PEM);
   SSL* const client = SSL_new(client_context);
   SSL* const server = SSL_new(server_context);
-  SSL_set_fd(client, pair.a);
-  SSL_set_fd(server, pair.b);
-  std::thread accepting([&] {
-    if (SSL_accept(server) != 1) std::abort();
-  });
-  if (SSL_connect(client) != 1) std::abort();
+  SSL_set_fd(client, static_cast<int>(pair.a));
+  SSL_set_fd(server, static_cast<int>(pair.b));
+  std::thread accepting([&] { Require(SSL_accept(server) == 1); });
+  Require(SSL_connect(client) == 1);
   accepting.join();
-  std::string buffer(kBlock, '\0');
   for (auto _ : state) {
     std::thread sender([&] {
       std::string block(kBlock, '\0');
-      const int fd = open(source.c_str(), O_RDONLY);
-      ssize_t got = 0;
-      while ((got = read(fd, block.data(), block.size())) > 0) {
-        if (SSL_write(client, block.data(), static_cast<int>(got)) != got) std::abort();
+      const ScopedFile file(Open(source, OpenMode::kRead));
+      for (std::size_t got = 1; got > 0;) {
+        Require(platform::files().Read(file.get(), block.data(), block.size(), got).ok());
+        const int size = static_cast<int>(got);
+        Require(size == 0 || SSL_write(client, block.data(), size) == size);
       }
-      close(fd);
     });
-    const int out = open((folder / "target").c_str_utf8(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-    for (std::uint64_t left = kSize; left > 0;) {
-      const int got = SSL_read(server, buffer.data(), static_cast<int>(buffer.size()));
-      if (got <= 0) std::abort();
-      WriteOut(out, buffer.data(), static_cast<std::size_t>(got));
-      left -= static_cast<std::uint64_t>(got);
-    }
-    close(out);
+    Store(folder / "target", [&](char* data, std::size_t size) {
+      return static_cast<std::size_t>(std::max(SSL_read(server, data, static_cast<int>(size)), 0));
+    });
     sender.join();
   }
   SSL_free(client);
