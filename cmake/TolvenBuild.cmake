@@ -10,7 +10,10 @@ endif()
 
 find_program(TOLVEN_CCACHE ccache)
 if(TOLVEN_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${TOLVEN_CCACHE}")
+  # Paths below the checkout do not count, so that every checkout shares what one has compiled.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+      "${CMAKE_COMMAND};-E;env;CCACHE_BASEDIR=${CMAKE_SOURCE_DIR};CCACHE_NOHASHDIR=true;${TOLVEN_CCACHE}"
+  )
 endif()
 
 add_library(tolven_options INTERFACE)
