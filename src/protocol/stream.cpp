@@ -51,6 +51,10 @@ int ChannelFailure(int code) {
   return PStream::ERR_IO;
 }
 
+int StoreFailure(const Status& status) {
+  return status.is(ErrorKind::kNoSpace) ? PStream::ERR_DISKFULL : PStream::ERR_SYS;
+}
+
 bool AtProgressStep(std::uint64_t count) { return count > 0 && count % kProgressStep == 0; }
 
 }  // namespace
@@ -409,10 +413,16 @@ int PStream::RecvBinary(Channel& channel, PObject::binary_type& binary) {
 
   ScopedFile file;
   result = OpenTarget(binary, file);
-  if (result != ERR_OK) return result;
+  if (result != ERR_OK) {
+    binary.length = binary.offset;  // the file may have been cut there already
+    return result;
+  }
   UpdateStatus(0, size);
   std::uint64_t stored = 0;
   result = StoreBinary(channel, file.get(), binary.path, size, stored);
+  // Some file systems report a full disk only now.
+  const Status closed = platform::files().Close(file.Release());
+  if (result == ERR_OK && !closed.ok()) result = StoreFailure(closed);
   binary.offset += stored;
   binary.length = binary.offset;
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%sbinary has been stored at '%s' with length %llu\n",
@@ -486,7 +496,7 @@ int PStream::StoreBinary(Channel& channel, NativeFile file, const ustring& path,
     const Status status = platform::files().Write(file, buffer_.data(), count, written);
     stored += written;
     UpdateStatus(stored, size);
-    if (!status.ok()) return status.is(ErrorKind::kNoSpace) ? ERR_DISKFULL : ERR_SYS;
+    if (!status.ok()) return StoreFailure(status);
     if (AtProgressStep(stored)) {
       Logger::LogMsg(Logger::L_INFO, kCategory,
                      L"[INFO] stream(%d): receiving %s ... (%llu / %llu)\n", __LINE__, path, stored,

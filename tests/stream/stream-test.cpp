@@ -254,6 +254,29 @@ TEST(Stream, FullDisk) {
     platform::SetFiles(nullptr);
     EXPECT_EQ(target["file"]["data"].asBinary().length, 2 * 81920u);
   }
+
+  // Told at the end alone.
+  const std::string one_byte = Bytes({0x30, 0, 0, 0, 0, 0, 0, 0, 1, 'x'});
+  for (const auto& [kind, result] : cases) {
+    plan.Clear();
+    plan.FailNth("Close", 1, kind);
+    platform::SetFiles(&faulty);
+    PObject target;
+    target = PObject::binary_type{0, 0, folder / "target"};
+    EXPECT_EQ(Decoded(one_byte, target), result);
+    platform::SetFiles(nullptr);
+  }
+
+  // The file was cut and cannot be opened again: nothing behind the cut counts as good.
+  plan.Clear();
+  plan.FailNth("Open", 2, platform::ErrorKind::kAccessDenied);
+  WriteFile(folder / "target", std::string(200, 'o'));
+  platform::SetFiles(&faulty);
+  PObject target;
+  target = PObject::binary_type{100, 200, folder / "target"};
+  EXPECT_EQ(Decoded(one_byte, target), PStream::ERR_SYS);
+  platform::SetFiles(nullptr);
+  EXPECT_EQ(target.asBinary().length, ReadFile(folder / "target").size());
 }
 
 TEST(Stream, ProgressNamesTheItem) {
