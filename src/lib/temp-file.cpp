@@ -51,7 +51,7 @@ int TempFile::create() {
                    L"[ERROR] utility(%d): failed to create TempFile ...\n", __LINE__);
     return -1;
   }
-  *ref_ = 1;
+  ref_ = std::make_shared<int>(1);  // former holders of a removed file have no share in this one
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] utility(%d): creating TempFile '%s'\n",
                  __LINE__, path_);
   return 0;

@@ -143,6 +143,9 @@ TEST(TempFiles, LiveAsLongAsTheirHolders) {
     EXPECT_EQ(count(), 2);
     other = first;  // the sole holder of its own file gives it up
     EXPECT_EQ(count(), 1);
+    EXPECT_EQ(first.remove(), 0);
+    EXPECT_EQ(first.create(), 0);
+    other = TempFile();  // has no share in the new file
   }
   EXPECT_EQ(count(), 0);
   {
