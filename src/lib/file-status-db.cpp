@@ -248,7 +248,12 @@ int FileStatusDB::rmFileStatByPaths(const std::vector<ustring>& paths) {
 }
 
 int FileStatusDB::getFileSyncStat(const ustring& path, FileStatusInfo* info) {
-  if (path.empty() || info == nullptr) return -1;
+  if (path.empty() || info == nullptr) {
+    Logger::LogMsg(Logger::L_ERR, "fstat_db_debug",
+                   L"[ERROR] file-status-db(%d): no path to look up, or no place for its status\n",
+                   __LINE__);
+    return -1;
+  }
   const std::string sql = ZENTDBEscapeStringEX3(
       "select * from fstatinfo where path like '@ZENT:LVAR' ESCAPE '\\'", path);
   const int rows = Query(__LINE__, sql, [info](int row, sqlite3_stmt* statement) {
