@@ -179,6 +179,9 @@ int FSMktemp(const ustring& prefix, ustring& path) {
 }
 
 int FSCreateTempPath(const ustring& prefix, ustring& path) {
+  path.clear();
+  // Nothing is ever created at the root of a file system, least of all for want of a folder.
+  if (platform::PathRootLength(prefix) == prefix.size()) return -1;
   path = TmpNameGen::getInstance().getTmpPath(prefix);
   return path.empty() ? -1 : 0;
 }

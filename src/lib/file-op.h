@@ -90,7 +90,8 @@ int FSMKDirP(const ustring& path, void* endptr, bool blForceCreate, int uid, int
 // they hold, links below them removed and not entered. -3 when the bin refused.
 int FSRemove(const ustring& path, bool allowundo);
 
-// A new empty file `prefix`/NAME, mode 0600, that nobody else has.
+// A new empty file `prefix`/NAME, mode 0600, that nobody else has. -1 also for a prefix that is
+// empty or a root.
 int FSMktemp(const ustring& prefix, ustring& path);
 int FSCreateTempPath(const ustring& prefix, ustring& path);  // the name alone
 

@@ -229,6 +229,10 @@ TEST(FileOp, TemporaryFilesAreNewAndPrivate) {
   EXPECT_EQ(plan.calls("Open"), 2u);
   EXPECT_EQ(fs::status(path.str()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_EQ(FSMktemp(folder / "missing", path), -1);
+  for (const char* root : {"", "/"}) {
+    EXPECT_EQ(FSMktemp(root, path), -1);
+    EXPECT_TRUE(path.empty());
+  }
 }
 
 class CoarseVolumes : public platform::Volumes {
