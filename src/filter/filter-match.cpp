@@ -32,7 +32,9 @@ enum Rule : int {
   kMaxSize = 11,
 };
 
-int Code(Section section, Rule rule) { return -(static_cast<int>(section) + static_cast<int>(rule)); }
+int Code(Section section, Rule rule) {
+  return -(static_cast<int>(section) + static_cast<int>(rule));
+}
 
 template <class Predicate>
 bool Any(const value_type_string_set& values, Predicate hits) {
