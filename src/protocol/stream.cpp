@@ -6,6 +6,7 @@
 
 #include "lib/log.h"
 #include "lib/tmp-name-gen.h"
+#include "platform/paths.h"
 
 namespace tolven {
 namespace {
@@ -435,7 +436,8 @@ int PStream::RecvBinary(Channel& channel, PObject::binary_type& binary) {
 int PStream::OpenTarget(PObject::binary_type& binary, ScopedFile& file) {
   platform::Files& files = platform::files();
   if (binary.path.empty()) {
-    if (recv_path_.empty()) return ERR_SYS;
+    // Without a folder it would land at the root of the file system.
+    if (platform::PathRootLength(recv_path_) == recv_path_.size()) return ERR_SYS;
     Status opened{ErrorKind::kExists, 0};
     for (int i = 0; i < kMaxTempNames && opened.is(ErrorKind::kExists); ++i) {
       binary.path = TmpNameGen::getInstance().getTmpPath(recv_path_);

@@ -104,12 +104,12 @@ TEST(Stream, RefusesWhatIsNoTree) {
       {Bytes({0, 1}), PStream::ERR_STREAM},
       {Bytes({1, 9, 0, 0, 0, 0, 0, 0, 0, 0, 0}), PStream::ERR_STREAM},
       {map_with_integer_key, PStream::ERR_STREAM},
-      // Contents without a place to go must not land in some folder of their own choice.
+      // Contents without a place to go must not land at the root.
       {Bytes({0x30, 0, 0, 0, 0, 0, 0, 0, 1, 'x'}), PStream::ERR_SYS},
   };
   for (const auto& [bytes, result] : cases) {
     PObject object;
-    EXPECT_EQ(Decoded(bytes, object), result) << testing::PrintToString(bytes);
+    EXPECT_EQ(Decoded(bytes, object, {}, "/"), result) << testing::PrintToString(bytes);
   }
 
   // A tree cut at any byte is an I/O failure, and whole it is none.
