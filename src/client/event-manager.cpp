@@ -1,0 +1,168 @@
+#include "client/event-manager.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "client/event-manager-log.h"
+
+namespace tolven {
+
+EventManager& EventManager::getInstance() {
+  static EventManager instance;
+  return instance;
+}
+
+EventManager::EventManager(FindLocalPath find_local_path)
+    : find_local_path_(std::move(find_local_path)) {}
+
+void EventManager::SetSessionLookup(FindLocalPath find_local_path) {
+  MutexLock lock(m_lock);
+  find_local_path_ = std::move(find_local_path);
+}
+
+int EventManager::PullEvent(Task* task, Event& out) {
+  MutexLock lock(m_lock);
+  if (ready_queue.empty()) return -1;
+  event_pool& pool = *ready_queue.front();
+  ready_queue.pop_front();
+  pool.is_in_ready_queue = false;
+  const bool found = pool.pop(out) == 1;
+  if (found) {
+    registry[task] = {out, Event(), pool.generation};
+    EVENT_MGR_DEBUG("EventManager::PullEvent [%s]\n", out.toString());
+  }
+  // Events that are with tasks keep the pool in the round: what they hold back goes after them.
+  if (pool.size() != 0) MakeReady(pool);
+  return found ? 0 : -1;
+}
+
+int EventManager::DoneEvent(Task* task, Event& inout) {
+  MutexLock lock(m_lock);
+  const auto found = registry.find(task);
+  if (found == registry.end()) return 0;
+  registry_entry_t& entry = found->second;
+  // A walk was never in the tree.
+  event_pool* pool = entry.processing.isExpand() ? nullptr : FindPool(entry);
+  if (!entry.is_dirty()) {
+    EVENT_MGR_DEBUG("EventManager::DoneEvent unregistry for [%s]\n", entry.processing.toString());
+  } else {
+    EVENT_MGR_DEBUG("EventManager::DoneEvent is dirty, waiting for [%s]\n",
+                    entry.waiting.toString());
+    if (pool != nullptr &&
+        pool->event_tree.Pop(entry.processing.m_path, entry.processing.isDir(), inout) == 0) {
+      entry.processing = inout;
+      entry.waiting.clear();
+      return -1;
+    }
+  }
+  if (pool != nullptr) pool->event_tree.DoneEvent(entry.processing);
+  registry.erase(found);
+  return 0;
+}
+
+int EventManager::RedoEvent(Task* task, const Event& event) {
+  MutexLock lock(m_lock);
+  const int result = RedoLocked(task, event);
+  registry.erase(task);
+  EVENT_MGR_DEBUG("EventManager::RedoEvent = [%s], ret= [%d]\n", event.toString(), result);
+  return result;
+}
+
+int EventManager::RedoLocked(Task* task, const Event& event) {
+  const auto found = registry.find(task);
+  event_pool* pool = FindPool(event.m_sess_id);
+  const bool replaced = pool != nullptr && found != registry.end() &&
+                        found->second.pool_generation != pool->generation;
+  if (pool == nullptr || replaced) {
+    EVENT_MGR_ERROR("Can not find event pool\n");
+    return -1;
+  }
+  if (event.isExpand()) {
+    pool->return_expand(event);
+  } else if (pool->event_tree.Redo(event) != 0) {
+    EVENT_MGR_ERROR("Failed to Reset event status to watting in event tree '%s'.\n", event.m_path);
+    return -1;
+  }
+  MakeReady(*pool);
+  return 0;
+}
+
+int32_t EventManager::GetPendingServerEvent(uint64_t sess_id) {
+  MutexLock lock(m_pool_index_lock);
+  const auto found = pool_counter_index.find(sess_id);
+  const int32_t count =
+      found == pool_counter_index.end() ? 0 : found->second->get_server_event_count();
+  EVENT_MGR_DEBUG("Pending server events of session [%llu] = [%d]\n", sess_id, count);
+  return count;
+}
+
+int32_t EventManager::GetAllPendingEventCount(uint64_t sess_id) {
+  MutexLock lock(m_pool_index_lock);
+  int32_t count = 0;
+  const auto found = pool_counter_index.find(sess_id);
+  if (found != pool_counter_index.end()) {
+    count = found->second->get_server_event_count() + found->second->get_local_event_count();
+  }
+  EVENT_MGR_DEBUG("Pending events of session [%llu] = [%d]\n", sess_id, count);
+  return count;
+}
+
+void EventManager::CountUnappliedServerEvent(uint64_t sess_id) {
+  MutexLock lock(m_pool_index_lock);
+  ++unapplied_[sess_id];
+}
+
+uint64_t EventManager::GetUnappliedServerEventCount(uint64_t sess_id) {
+  MutexLock lock(m_pool_index_lock);
+  const auto found = unapplied_.find(sess_id);
+  return found == unapplied_.end() ? 0 : found->second;
+}
+
+void EventManager::Clear() {
+  MutexLock lock(m_lock);
+  MutexLock index_lock(m_pool_index_lock);
+  for (const auto& [sess_id, pool] : pool_index) CountDropped(sess_id, *pool);
+  ready_queue.clear();
+  registry.clear();
+  pool_counter_index.clear();
+  pool_index.clear();
+}
+
+void EventManager::ClearSessionEventPool(uint64_t sess_id) {
+  MutexLock lock(m_lock);
+  std::unique_ptr<event_pool> pool;
+  {
+    MutexLock index_lock(m_pool_index_lock);
+    const auto found = pool_index.find(sess_id);
+    if (found == pool_index.end()) return;
+    pool = std::move(found->second);
+    CountDropped(sess_id, *pool);
+    pool->clear();
+    pool_index.erase(found);
+    pool_counter_index.erase(sess_id);
+  }
+  std::erase(ready_queue, pool.get());
+}
+
+void EventManager::CountDropped(uint64_t sess_id, const event_pool& pool) {
+  const int32_t dropped = pool.get_server_event_count();
+  if (dropped > 0) unapplied_[sess_id] += static_cast<uint64_t>(dropped);
+}
+
+event_pool* EventManager::FindPool(const registry_entry_t& entry) {
+  event_pool* pool = FindPool(entry.processing.m_sess_id);
+  return pool != nullptr && pool->generation == entry.pool_generation ? pool : nullptr;
+}
+
+event_pool* EventManager::FindPool(uint64_t sess_id) {
+  const auto found = pool_index.find(sess_id);
+  return found == pool_index.end() ? nullptr : found->second.get();
+}
+
+void EventManager::MakeReady(event_pool& pool) {
+  if (pool.is_in_ready_queue) return;
+  pool.is_in_ready_queue = true;
+  ready_queue.push_back(&pool);
+}
+
+}  // namespace tolven
