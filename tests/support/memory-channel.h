@@ -1,7 +1,7 @@
 // A channel whose bytes come from and go to memory, for fuzzers and benchmarks.
 #pragma once
 
-#include <cstring>
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -15,7 +15,7 @@ class MemoryChannel : public Channel {
 
   int Read(char* data, std::size_t size) override {
     if (size > input_.size()) return -2;
-    std::memcpy(data, input_.data(), size);
+    std::copy_n(input_.data(), size, data);
     input_.remove_prefix(size);
     return 0;
   }
