@@ -1,8 +1,20 @@
 #include "lib/ipc-sender.h"
 
+#include <cstddef>
+#include <cstdint>
+
 #include "protocol/stream.h"
 
 namespace tolven {
+namespace {
+
+constexpr std::size_t kBufferSize = 0x14000;
+constexpr std::uint32_t kSendSeconds = 60;
+constexpr std::uint32_t kReplySeconds = 120;
+
+}  // namespace
+
+IPCSender::IPCSender() : c_(kBufferSize) { c_.SetTimeout(kSendSeconds); }
 
 int IPCSender::send(const PObject& msg, bool expect_reply, PObject& reply) {
   PStream stream;
@@ -17,7 +29,10 @@ int IPCSender::send(const PObject& msg) {
 
 int IPCSender::recv(PObject& msg) {
   PStream stream;
-  return stream.Recv(c_, msg) < 0 ? -1 : 0;
+  c_.SetTimeout(kReplySeconds);
+  const int result = stream.Recv(c_, msg);
+  c_.SetTimeout(kSendSeconds);
+  return result < 0 ? -1 : 0;
 }
 
 int IPCSender::connect(int port) {

@@ -1,5 +1,9 @@
 // One connection to a local listener that carries one value tree, and perhaps one back. Closed when
 // it goes out of scope. Used by one thread.
+//
+// Every call ends. Connecting and sending fail after 60 seconds in which no byte moved, receiving
+// after 120: the daemon may need tens of seconds before it answers, while workers let go of a
+// session. The end of the peer's process closes the connection, and is noticed at once.
 #pragma once
 
 #include <atomic>
@@ -13,7 +17,7 @@ namespace tolven {
 // Results are 0 or -1.
 class IPCSender {
  public:
-  IPCSender() = default;
+  IPCSender();
   virtual ~IPCSender() = default;
   IPCSender(const IPCSender&) = delete;
   IPCSender& operator=(const IPCSender&) = delete;
@@ -32,7 +36,7 @@ class IPCSender {
   void setFlag(std::atomic<int>* flag) { c_.SetFlag(flag); }
 
  private:
-  Channel c_{0x14000};
+  Channel c_;
 };
 
 }  // namespace tolven

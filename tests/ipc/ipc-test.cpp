@@ -1,9 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <future>
+
 #include "lib/ipc-listener.h"
 #include "lib/ipc-sender.h"
+#include "platform/fake-clock.h"
 #include "platform/fault-plan.h"
 #include "platform/forwarding-sockets.h"
+#include "protocol/stream.h"
+#include "support/local-ui.h"
 
 namespace tolven {
 namespace {
@@ -18,6 +24,30 @@ class FaultySockets {
  private:
   platform::ForwardingSockets faulty_{platform::sockets(), plan.hook()};
   platform::Sockets* before_;
+};
+
+// Tells how often it was looked at: whoever waits for a socket does so every 100 ms.
+class WatchedClock : public platform::FakeClock {
+ public:
+  WatchedClock() : before_(platform::SetClock(this)) {}
+  ~WatchedClock() override { platform::SetClock(before_); }
+  std::int64_t MonotonicMilliseconds() override {
+    const std::int64_t now = FakeClock::MonotonicMilliseconds();
+    ++looks_;
+    return now;
+  }
+  // False when the reply came first.
+  bool AwaitLooks(int count, const std::future<PObject>& reply) {
+    const int last = looks_ + count;
+    while (looks_ < last) {
+      if (reply.wait_for(std::chrono::milliseconds(10)) == std::future_status::ready) return false;
+    }
+    return true;
+  }
+
+ private:
+  platform::Clock* before_;
+  std::atomic<int> looks_{0};
 };
 
 TEST(IpcListener, TakesTheFirstFreePortAndGivesItBack) {
@@ -60,6 +90,25 @@ TEST(IpcSender, NeedsSomebodyWhoListens) {
   EXPECT_EQ(sender.connect(-1), -1);
   EXPECT_EQ(sender.connect("/tmp/socket"), -1);
   EXPECT_EQ(sender.send(PObject(1)), -1);
+}
+
+TEST(IpcSender, WaitsLongForAReplyButNotForEver) {
+  WatchedClock clock;
+  IPCListener peer;
+  const int port = peer.prepare(21'600);
+  std::future<PObject> reply =
+      std::async(std::launch::async, [port] { return test::LocalUi::Ask(port, PObject("ask")); });
+  ASSERT_TRUE(peer.isReady());
+  Channel silent;
+  PStream stream;
+  PObject request;
+  ASSERT_EQ(silent.Open(peer.accept(), true), 0);
+  ASSERT_EQ(stream.Recv(silent, request), 0);
+  EXPECT_TRUE(clock.AwaitLooks(3, reply));  // one may still belong to the sending
+  clock.Advance(std::chrono::seconds(100));
+  EXPECT_TRUE(clock.AwaitLooks(2, reply));
+  clock.Advance(std::chrono::seconds(21));
+  EXPECT_TRUE(reply.get().isNull());
 }
 
 }  // namespace

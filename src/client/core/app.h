@@ -5,8 +5,8 @@
 // The daemon is unlinked at first: there are no tasks and no environment. "link" makes both,
 // "unlink" ends both; "stop" unlinks and ends the control thread.
 //
-// run, send_message and kill may be called by any thread; the rest belongs to the control thread,
-// or to a test that has not called run().
+// send_message may be called by any thread, run and kill by the one that owns the application. The
+// rest belongs to the control thread, or to a test that has not called run().
 #pragma once
 
 #include <atomic>
