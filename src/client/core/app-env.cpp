@@ -1,10 +1,12 @@
 // What all tasks share and needs setting up: the environment.
 #include "client/core/app.h"
+#include "client/core/registry.h"
 #include "client/core/settings.h"
 #include "lib/black-list2.h"
 #include "lib/channel.h"
 #include "lib/file-status-db.h"
 #include "lib/log.h"
+#include "lib/profile-manager.h"
 
 namespace tolven {
 namespace {
@@ -30,12 +32,18 @@ int TolvenhubApp::init_env() {
                    L"[ERROR] app(%d): Failed to load system filter from %s.\n", __LINE__, filter);
     return -1;
   }
+  if (ProfileManager::GetInstance().Initialize("", false) < 0) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] app(%d): Fail to initialize Profile managers.\n", __LINE__);
+    return -1;
+  }
   return 0;
 }
 
 void TolvenhubApp::destroy_env() {
   FileStatusDB::destroy();
   BlackList2::getInstance().Destroy();
+  Registry::getInstance().Clear();
   has_env_ = false;
 }
 
