@@ -1,0 +1,156 @@
+// Opening and closing, and the configuration.
+
+#include "client/file-event-db.h"
+
+#include <cstdlib>
+
+#include "client/event-db-columns.h"
+#include "client/event-db-functions.h"
+#include "client/event-db-schema.h"
+#include "lib/file-op.h"
+#include "lib/log.h"
+#include "platform/paths.h"
+
+namespace tolven {
+
+using event_db::ColumnText;
+using event_db::kCategory;
+using event_db::Sql;
+
+namespace {
+
+ustring FolderOf(const ustring& path) {
+  std::string_view text = path.view();
+  while (!text.empty() && !platform::IsPathSeparator(text.back())) text.remove_suffix(1);
+  return text.empty() ? ustring(".") : ustring(text.substr(0, text.size() - 1));
+}
+
+}  // namespace
+
+FileEventDB& FileEventDB::getInstance() {
+  static FileEventDB* const instance = new FileEventDB;
+  return *instance;
+}
+
+int FileEventDB::initialize(const ustring& path) {
+  const MutexLock hold(m_dbMutex);
+  if (m_db.is_open()) return 0;
+  // SQLite would open a file without a name, and "sign" would stand at the root of the disk.
+  const int code = path.empty() ? SQLITE_CANTOPEN : m_db.Open(path);
+  if (code == SQLITE_OK && Configure(path) == 0) return 0;
+  if (code != SQLITE_OK) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] event-db(%d): FileEventDB: Failed to open database at '%s'. [%d] "
+                   L"%s\n",
+                   __LINE__, path, code, m_db.error_text());
+  }
+  m_db.Close();
+  return -1;
+}
+
+int FileEventDB::Configure(const ustring& path) {
+  const ustring folder = FolderOf(path);
+  m_eventDBPath = path;
+  m_signPath = folder + "/sign";
+  m_profilePath = folder + "/profiles";
+  int code = sqlite3_exec(m_db.get(), event_db::kSchema, nullptr, nullptr, nullptr);
+  if (code != SQLITE_OK) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] event-db(%d): FileEventDB: Failed to initialize database at '%s'. "
+                   L"[%d] %s\n",
+                   __LINE__, path, code, m_db.error_text());
+    return -1;
+  }
+  code = event_db::CreateFunctions(m_db.get(), &m_signPath);
+  if (code != SQLITE_OK) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] event-db(%d): FileEventDB: Failed to create function. %s (%d)\n",
+                   __LINE__, m_db.error_text(), code);
+    return -1;
+  }
+  code = sqlite3_exec(m_db.get(), "PRAGMA recursive_triggers = true;", nullptr, nullptr, nullptr);
+  if (code != SQLITE_OK) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] event-db(%d): FileEventDB: Failed to enable recursive triggers. %s "
+                   L"(%d)\n",
+                   __LINE__, m_db.error_text(), code);
+    return -1;
+  }
+  if (FSMKDir(m_profilePath, true) != 0) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] event-db(%d): FileEventDB: Failed to create folder at '%s'.\n",
+                   __LINE__, m_profilePath);
+    return -1;
+  }
+  return 0;
+}
+
+void FileEventDB::destroy() {
+  const MutexLock hold(m_dbMutex);
+  m_db.Close();
+}
+
+ustring FileEventDB::getProfilePath() const {
+  const MutexLock hold(m_dbMutex);
+  return m_profilePath;
+}
+
+int FileEventDB::Run(int line, const std::string& script) {
+  const MutexLock hold(m_dbMutex);
+  return m_db.Execute(line, script);
+}
+
+int FileEventDB::FindText(int line, const std::string& sql, ustring& out) {
+  const MutexLock hold(m_dbMutex);
+  return m_db.Query(line, sql, [&out](sqlite3_stmt* row) { out.assign(ColumnText(row, 0)); });
+}
+
+int FileEventDB::GetConfig(const char* key, std::string& value) {
+  const int rows = m_db.Query(__LINE__, Sql("SELECT value FROM config_table WHERE key = %Q;", key),
+                              [&value](sqlite3_stmt* row) { value = ColumnText(row, 0); });
+  if (rows != 0) return rows < 0 ? -1 : 0;
+  Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] event-db(%d): no '%s' in '%s'\n", __LINE__,
+                 key, m_eventDBPath);
+  return -1;
+}
+
+int FileEventDB::getSyncId(std::uint64_t& sync_id) {
+  const MutexLock hold(m_dbMutex);
+  std::string value;
+  if (GetConfig("sync_id", value) != 0) return -1;
+  sync_id = std::strtoull(value.c_str(), nullptr, 10);
+  return 0;
+}
+
+int FileEventDB::setSyncId(std::uint64_t sync_id) {
+  return Run(__LINE__, Sql("UPDATE config_table SET value = '%llu' WHERE key = 'sync_id';",
+                           static_cast<unsigned long long>(sync_id)));
+}
+
+int FileEventDB::getUid(std::uint32_t& uid) {
+  const MutexLock hold(m_dbMutex);
+  std::string value;
+  if (GetConfig("uid", value) != 0) return -1;
+  uid = static_cast<std::uint32_t>(std::strtoull(value.c_str(), nullptr, 10));
+  return 0;
+}
+
+int FileEventDB::updateUid(std::uint32_t uid) {
+  return Run(__LINE__, Sql("UPDATE config_table SET value = '%lu' WHERE key = 'uid';",
+                           static_cast<unsigned long>(uid)));
+}
+
+int FileEventDB::getConfigStrByKey(const ustring& key, ustring& value) {
+  value.clear();
+  const int rows = FindText(
+      __LINE__, Sql("SELECT ifnull(value, '') FROM config_table WHERE key=%Q", key.c_str_utf8()),
+      value);
+  return rows < 0 ? -1 : 0;
+}
+
+int FileEventDB::updateConfigStrByKey(const ustring& key, const ustring& value) {
+  return Run(__LINE__, Sql("UPDATE config_table SET value = %Q WHERE key = %Q;", value.c_str_utf8(),
+                           key.c_str_utf8()));
+}
+
+}  // namespace tolven
