@@ -28,6 +28,7 @@ enum Tag : std::uint8_t {
 
 constexpr std::size_t kBlockSize = 0x14000;
 constexpr std::size_t kMaxString = 0xFFFF;
+constexpr std::size_t kStringHead = 3;  // the tag and the length
 constexpr std::uint64_t kProgressStep = 104857600;
 constexpr int kMaxTempNames = 100;
 constexpr const char* kCategory = "stream";
@@ -127,17 +128,12 @@ int PStream::SendObject(Channel& channel, const PObject& root) {
   int result = SendValue(channel, root, stack);
   while (result == ERR_OK && !stack.empty()) {
     SendFrame& frame = stack.back();
-    if (frame.in_member) {
-      PopHistory();
-      frame.in_member = false;
-    }
     const PObject* next = nullptr;
     if (frame.map != nullptr && frame.member != frame.map->end()) {
       const std::string_view key = WireKey(frame.member->first);
       result = SendString(channel, key);
       if (result != ERR_OK) break;
-      PushHistory(key);
-      frame.in_member = true;
+      EnterMember(frame.in_member, key);
       next = &frame.member->second;
       ++frame.member;
     } else if (frame.array != nullptr && frame.element < frame.array->size()) {
@@ -147,6 +143,7 @@ int PStream::SendObject(Channel& channel, const PObject& root) {
       result = SendValue(channel, *next, stack);  // may move the frames
       continue;
     }
+    LeaveMember(frame.in_member);
     const bool is_map = frame.map != nullptr;
     stack.pop_back();
     --indent_;
@@ -215,10 +212,15 @@ int PStream::SendInteger(Channel& channel, std::uint64_t value) {
 
 int PStream::SendString(Channel& channel, std::string_view text) {
   TraceValue(L"%s\"%s\"\n", text);
-  const char head[3] = {kTagString, static_cast<char>(text.size() >> 8),
-                        static_cast<char>(text.size())};
-  int result = channel.Write(head, sizeof head);
-  if (result >= 0 && !text.empty()) result = channel.Write(text.data(), text.size());
+  // Short texts, nearly all, go out with their head in one piece.
+  std::array<char, 128> piece;
+  piece[0] = kTagString;
+  piece[1] = static_cast<char>(text.size() >> 8);
+  piece[2] = static_cast<char>(text.size());
+  const std::size_t taken = text.size() <= piece.size() - kStringHead ? text.size() : 0;
+  std::copy_n(text.data(), taken, piece.data() + kStringHead);
+  int result = channel.Write(piece.data(), kStringHead + taken);
+  if (result >= 0 && taken < text.size()) result = channel.Write(text.data(), text.size());
   return result < 0 ? ChannelFailure(result) : ERR_OK;
 }
 
@@ -279,12 +281,9 @@ int PStream::RecvObject(Channel& channel, PObject& root) {
 // One step of the innermost container: its end, its next element or its next member.
 int PStream::RecvNext(Channel& channel, std::vector<RecvFrame>& stack) {
   RecvFrame& frame = stack.back();
-  if (frame.in_member) {
-    PopHistory();
-    frame.in_member = false;
-  }
   std::uint8_t tag = 0;
   int result = RecvTag(channel, tag);
+  if (result != ERR_OK || tag == kTagEnd) LeaveMember(frame.in_member);
   if (result != ERR_OK) return result;
   if (tag == kTagEnd) {
     const bool is_map = frame.map != nullptr;
@@ -299,6 +298,7 @@ int PStream::RecvNext(Channel& channel, std::vector<RecvFrame>& stack) {
   }
 
   if (tag != kTagString) {
+    LeaveMember(frame.in_member);
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] stream(%d): PStream: expect string, but get tag %u\n", __LINE__,
                    static_cast<unsigned>(tag));
@@ -306,10 +306,12 @@ int PStream::RecvNext(Channel& channel, std::vector<RecvFrame>& stack) {
   }
   ustring key;
   result = RecvString(channel, key);
-  if (result != ERR_OK) return result;
+  if (result != ERR_OK) {
+    LeaveMember(frame.in_member);
+    return result;
+  }
   const auto place = frame.map->try_emplace(std::move(key)).first;
-  PushHistory(place->first.view());
-  frame.in_member = true;
+  EnterMember(frame.in_member, place->first.view());
   PObject& member = place->second;
   result = RecvTag(channel, tag);
   return result == ERR_OK ? RecvDispatch(channel, tag, member, stack) : result;
@@ -357,7 +359,9 @@ int PStream::CountBytes(std::uint64_t count) {
 
 int PStream::RecvTag(Channel& channel, std::uint8_t& tag) {
   if (CountBytes(1) != ERR_OK) return ERR_STREAM;
-  const int result = channel.ReadByte(tag);
+  char byte = 0;
+  const int result = channel.Read(&byte, 1);
+  tag = static_cast<std::uint8_t>(byte);
   return result < 0 ? ChannelFailure(result) : ERR_OK;
 }
 
@@ -395,9 +399,11 @@ int PStream::RecvInteger(Channel& channel, PObject& object) {
 
 int PStream::RecvString(Channel& channel, ustring& text) {
   if (CountBytes(2) != ERR_OK) return ERR_STREAM;
-  std::uint16_t length = 0;
-  int result = channel.ReadInt16(length);
+  std::array<char, 2> bytes{};
+  int result = channel.Read(bytes.data(), bytes.size());
   if (result < 0) return ChannelFailure(result);
+  const auto length = static_cast<std::size_t>(static_cast<unsigned char>(bytes[0]) << 8 |
+                                               static_cast<unsigned char>(bytes[1]));
   if (CountBytes(length) != ERR_OK) return ERR_STREAM;
   if (buffer_.size() < length) buffer_.resize(std::max<std::size_t>(length, 256));
   result = channel.Read(buffer_.data(), length);
@@ -529,14 +535,22 @@ void PStream::GetVersion(unsigned& major, unsigned& minor, unsigned& mini) const
   mini = 0;
 }
 
-void PStream::PushHistory(std::string_view key) {
+// From one member of a map to the next in one step: the lock is what a member costs most.
+void PStream::EnterMember(bool& in_member, std::string_view key) {
   MutexLock lock(status_lock_);
-  history_.push_back(key);
+  if (in_member) {
+    history_.back() = key;
+  } else {
+    history_.push_back(key);
+  }
+  in_member = true;
 }
 
-void PStream::PopHistory() {
+void PStream::LeaveMember(bool& in_member) {
+  if (!in_member) return;
   MutexLock lock(status_lock_);
   history_.pop_back();
+  in_member = false;
 }
 
 void PStream::ZeroCounters() {

@@ -109,8 +109,8 @@ class PStream {
   int CountBytes(std::uint64_t count);
   int Skip(Channel& channel, std::uint8_t tag);
 
-  void PushHistory(std::string_view key);
-  void PopHistory();
+  void EnterMember(bool& in_member, std::string_view key);
+  void LeaveMember(bool& in_member);
   void ZeroCounters();
   void ClearHistory();
   void DumpHistory();
