@@ -14,7 +14,6 @@ using event_db::ColumnNames;
 using event_db::ColumnReader;
 using event_db::GlobPrefix;
 using event_db::kCategory;
-using event_db::Prefix;
 using event_db::Sql;
 
 namespace {
