@@ -10,7 +10,7 @@ namespace {
 constexpr uint32_t kSticky = Event::F_LOCAL_SUBDIR_RESCAN | Event::F_SERVER_SUBDIR_RESCAN |
                              Event::F_LOCAL_SUBDIR_RESCAN_STAT |
                              Event::F_SERVER_SUBDIR_RESCAN_STAT | Event::F_CONFLICT |
-                             EVENT_F_FILE_TYPE_CONFLICT;
+                             EVENT_F_FILE_TYPE_CONFLICT | Event::F_REPLACED_SERVER_EVENT;
 
 EventMerge KeepOld(const EventAttribute& pending) { return {true, pending.mode}; }
 
@@ -30,6 +30,7 @@ EventMerge MergeSides(const EventAttribute& pending, const EventAttribute& arriv
   const bool keep_old = local_wins ? !old_is_server : old_is_server;
   EventMerge merge = keep_old ? KeepOld(pending) : TakeNew(pending, arrival);
   if (both_changed) merge.mode |= Event::F_CONFLICT;
+  if (local_wins) merge.mode |= Event::F_REPLACED_SERVER_EVENT;
   return merge;
 }
 

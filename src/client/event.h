@@ -32,6 +32,9 @@ class Event {
     F_LOCAL_SUBDIR_RESCAN_STAT = 256,  // the same with a stat of each entry
     F_SERVER_SUBDIR_RESCAN_STAT = 512,
     F_CONFLICT = 1024,  // both sides changed the path; the handlers keep both versions
+    // A local event that took the place of a server's. When it then has nothing to send, that server
+    // event was not applied, and the one who ends it has to count it as such.
+    F_REPLACED_SERVER_EVENT = 8192,
   };
 
   // Ownership, access list and share privileges. Cleared numbers are 0, cleared strings empty.
@@ -72,6 +75,7 @@ class Event {
   bool isRescan() const { return has(F_RESCAN); }
   bool isMerge() const { return has(F_MERGE); }
   bool isConflict() const { return has(F_CONFLICT); }
+  bool hasReplacedServerEvent() const { return isLocalEvent() && has(F_REPLACED_SERVER_EVENT); }
   bool isLocalSubDirRescan() const { return has(F_LOCAL_SUBDIR_RESCAN); }
   bool isServerSubDirRescan() const { return has(F_SERVER_SUBDIR_RESCAN); }
   bool isLocalSubDirRescanWithStat() const { return has(F_LOCAL_SUBDIR_RESCAN_STAT); }

@@ -9,7 +9,7 @@ namespace {
 
 using Nodes = std::vector<std::unique_ptr<NaiveNode>>;
 constexpr uint64_t kForced = 0x7FFFFFFFFFFFFFFF;
-constexpr uint32_t kSticky = 64 | 128 | 256 | 512 | 1024 | 4096;
+constexpr uint32_t kSticky = 64 | 128 | 256 | 512 | 1024 | 4096 | 8192;
 
 NaiveNode* Find(const Nodes& nodes, const std::string& name) {
   for (const auto& node : nodes) {
@@ -60,7 +60,11 @@ Event PlusSticky(Event result, const Event& old) {
 
 Event TypeConflict(const Event& server, const Event& local) {
   if (local.m_type == Event::EV_REMOVE) return server;
-  if (server.m_type == Event::EV_REMOVE) return local;
+  if (server.m_type == Event::EV_REMOVE) {
+    Event edit = local;
+    edit.m_mode |= 8192;
+    return edit;
+  }
   Event both = server;
   both.setConflict();
   return both;

@@ -2,6 +2,7 @@
 #include "client/core/app.h"
 #include "client/core/registry.h"
 #include "client/core/settings.h"
+#include "client/event-manager.h"
 #include "lib/black-list2.h"
 #include "lib/channel.h"
 #include "lib/file-status-db.h"
@@ -26,6 +27,13 @@ int TolvenhubApp::init_env() {
   FileStatusDB::initialize(settings.getFStatDbPath());
   FileStatusDB::removeAllEntry();
 
+  EventManager::getInstance().SetSessionLookup([](uint64_t sess_id, ustring& local_path) {
+    Registry::Entry entry;
+    if (Registry::getInstance().Find(sess_id, entry) != 1) return 0;
+    local_path = entry.local_path;
+    return 1;
+  });
+
   const ustring filter = settings.getSystemFilterPath();
   if (BlackList2::getInstance().Load(filter) < 0) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
@@ -43,6 +51,7 @@ int TolvenhubApp::init_env() {
 void TolvenhubApp::destroy_env() {
   FileStatusDB::destroy();
   BlackList2::getInstance().Destroy();
+  EventManager::getInstance().Clear();
   Registry::getInstance().Clear();
   has_env_ = false;
 }
