@@ -32,8 +32,8 @@ class Event {
     F_LOCAL_SUBDIR_RESCAN_STAT = 256,  // the same with a stat of each entry
     F_SERVER_SUBDIR_RESCAN_STAT = 512,
     F_CONFLICT = 1024,  // both sides changed the path; the handlers keep both versions
-    // A local event that took the place of a server's. When it then has nothing to send, that server
-    // event was not applied, and the one who ends it has to count it as such.
+    // A local event that took the place of a server's. When it then has nothing to send, that
+    // server event was not applied, and the one who ends it has to count it as such.
     F_REPLACED_SERVER_EVENT = 8192,
   };
 
