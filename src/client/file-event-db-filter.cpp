@@ -199,17 +199,23 @@ int FileEventDB::rmServerFilteredEvent(FilteredEvent::FilterType type, const ust
                            TypeCondition(type) + Join(GetConditions(path, option)));
 }
 
-int FileEventDB::getServerEvent(const Conditions& conditions, std::vector<DBFileInfo>& out) {
+int FileEventDB::SelectServerView(int line, const Conditions& conditions, const std::string& order,
+                                  std::vector<DBFileInfo>& out) {
   const std::string joined = Join(conditions);
   const std::string sql =
       "SELECT " + FilteredColumns() + " FROM server_filter_table WHERE 1 " + joined + "UNION ALL " +
       Sql("SELECT isExist, %d, %s", FilteredEvent::FILTERED_ALL, kRowAsFiltered) +
-      " FROM event_table WHERE path NOT in (SELECT path FROM server_filter_table) " + joined + ";";
+      " FROM event_table WHERE path NOT in (SELECT path FROM server_filter_table) " + joined +
+      order + ";";
   const MutexLock hold(m_dbMutex);
-  const int rows = m_db.Query(__LINE__, sql, [&out](sqlite3_stmt* row) {
+  const int rows = m_db.Query(line, sql, [&out](sqlite3_stmt* row) {
     event_db::VisitServerView(out.emplace_back(), ColumnReader(row));
   });
   return rows < 0 ? -1 : 0;
+}
+
+int FileEventDB::getServerEvent(const Conditions& conditions, std::vector<DBFileInfo>& out) {
+  return SelectServerView(__LINE__, conditions, "", out);
 }
 
 int FileEventDB::getServerEventByPath(const ustring& path, DBFileInfo& info) {
@@ -228,6 +234,14 @@ int FileEventDB::getServerEventByPath(const ustring& path, DBFileInfo& info) {
 
 int FileEventDB::getServerEventByPrefix(const ustring& path, std::vector<DBFileInfo>& out) {
   return getServerEvent(GetConditions(path, FILTER_FLAG_INCLUDE_CHILD), out);
+}
+
+int FileEventDB::getServerEventPage(const ustring& path, const ustring& after, std::size_t limit,
+                                    std::vector<DBFileInfo>& out) {
+  Conditions conditions = GetConditions(path, FILTER_FLAG_INCLUDE_CHILD);
+  conditions.push_back(Sql("path > %Q", after.c_str_utf8()));
+  return SelectServerView(__LINE__, conditions, " ORDER BY path LIMIT " + std::to_string(limit),
+                          out);
 }
 
 }  // namespace tolven

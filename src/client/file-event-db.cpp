@@ -127,6 +127,15 @@ int FileEventDB::setSyncId(std::uint64_t sync_id) {
                            static_cast<unsigned long long>(sync_id)));
 }
 
+int FileEventDB::replaceSyncId(std::uint64_t expected, std::uint64_t sync_id) {
+  const MutexLock hold(m_dbMutex);
+  const int result = m_db.Execute(
+      __LINE__,
+      Sql("UPDATE config_table SET value = '%llu' WHERE key = 'sync_id' AND value = '%llu';",
+          static_cast<unsigned long long>(sync_id), static_cast<unsigned long long>(expected)));
+  return result != 0 ? -1 : sqlite3_changes(m_db.get());
+}
+
 int FileEventDB::getUid(std::uint32_t& uid) {
   const MutexLock hold(m_dbMutex);
   std::string value;
@@ -151,6 +160,15 @@ int FileEventDB::getConfigStrByKey(const ustring& key, ustring& value) {
 int FileEventDB::updateConfigStrByKey(const ustring& key, const ustring& value) {
   return Run(__LINE__, Sql("UPDATE config_table SET value = %Q WHERE key = %Q;", value.c_str_utf8(),
                            key.c_str_utf8()));
+}
+
+int FileEventDB::addConfigStr(const ustring& key, const ustring& value) {
+  return Run(__LINE__, Sql("INSERT OR REPLACE INTO config_table VALUES (%Q, %Q);", key.c_str_utf8(),
+                           value.c_str_utf8()));
+}
+
+int FileEventDB::rmConfigStr(const ustring& key) {
+  return Run(__LINE__, Sql("DELETE FROM config_table WHERE key = %Q;", key.c_str_utf8()));
 }
 
 }  // namespace tolven

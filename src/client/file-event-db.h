@@ -63,11 +63,16 @@ class FileEventDB {
   // --- the configuration ---
   int getSyncId(std::uint64_t& sync_id);
   int setSyncId(std::uint64_t sync_id);
+  // Stores `sync_id` unless somebody stored another one than `expected` meanwhile: 1, 0 or -1.
+  int replaceSyncId(std::uint64_t expected, std::uint64_t sync_id);
   int getUid(std::uint32_t& uid);
   int updateUid(std::uint32_t uid);
   // An unknown key reads as "" and is not written.
   int getConfigStrByKey(const ustring& key, ustring& value);
   int updateConfigStrByKey(const ustring& key, const ustring& value);
+  // For keys that are there at times only.
+  int addConfigStr(const ustring& key, const ustring& value);
+  int rmConfigStr(const ustring& key);
 
   // --- single entries ---
   // The local view alone; `signaturePath` becomes the row's place in the store, whether or not a
@@ -116,6 +121,9 @@ class FileEventDB {
   int getServerEventByPath(const ustring& path, DBFileInfo& info);  // 1, 0 or -1
   // The path and all below it.
   int getServerEventByPrefix(const ustring& path, std::vector<DBFileInfo>& out);
+  // At most `limit` of them, in byte order of the path, behind `after` ("" for the first ones).
+  int getServerEventPage(const ustring& path, const ustring& after, std::size_t limit,
+                         std::vector<DBFileInfo>& out);
 
   // --- the recycle bin: a row for each file that it holds, and one for each directory moved there;
   // times are seconds since 1970 ---
@@ -189,6 +197,8 @@ class FileEventDB {
   static std::string GetExpandFilteredEventSQL(bool isServer, FilteredEvent::FilterType type,
                                                const ustring& path);
   static Conditions GetConditions(const ustring& path, int option);
+  int SelectServerView(int line, const Conditions& conditions, const std::string& order,
+                       std::vector<DBFileInfo>& out);
   int SelectFiltered(int line, bool isServer, FilteredEvent::FilterType type,
                      const Conditions& conditions, std::vector<FilteredEvent>& out);
 
