@@ -3,6 +3,7 @@
 #include "client/core/registry.h"
 #include "client/core/settings.h"
 #include "client/event-manager.h"
+#include "client/filter-db.h"
 #include "lib/black-list2.h"
 #include "lib/channel.h"
 #include "lib/file-status-db.h"
@@ -22,6 +23,12 @@ int TolvenhubApp::init_env() {
   print_settings();
   Channel::SetVerifyCAPath(settings.getCertPath());
 
+  const ustring filter_db = settings.getFilterDbPath();
+  if (FilterDB::getInstance().initialize(filter_db) != 0) {
+    Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] app(%d): Failed to init filter DB at [%s]\n",
+                   __LINE__, filter_db);
+    return -1;
+  }
   // The states of files do not survive a restart. Without the file they are not shown, and syncing
   // goes on.
   FileStatusDB::initialize(settings.getFStatDbPath());
@@ -49,6 +56,7 @@ int TolvenhubApp::init_env() {
 }
 
 void TolvenhubApp::destroy_env() {
+  FilterDB::getInstance().destroy();
   FileStatusDB::destroy();
   BlackList2::getInstance().Destroy();
   EventManager::getInstance().Clear();
