@@ -67,6 +67,12 @@ int Task::Wait(unsigned seconds) {
   return 0;
 }
 
+void Task::WaitPaused() {
+  for (unsigned step = 0; step < kStepsPerSecond && GetState() == PAUSE; ++step) {
+    platform::clock().Sleep(kStep);
+  }
+}
+
 Task::State Task::GetState() const {
   MutexLock lock(m_state_mutex);
   return m_state;

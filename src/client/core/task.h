@@ -39,6 +39,8 @@ class Task {
   // Sleeps; gives up with -1 when the state is not RUN, which it looks at every 100 ms. No time at
   // all is 0 in every state.
   int Wait(unsigned seconds);
+  // Sleeps for a second, or until the state is not PAUSE any more.
+  void WaitPaused();
   void SetState(State state);
   void LockState() ACQUIRE(m_state_mutex) { m_state_mutex.lock(); }
   void UnlockState() RELEASE(m_state_mutex) { m_state_mutex.unlock(); }

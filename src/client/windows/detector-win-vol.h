@@ -1,0 +1,29 @@
+// The task that waits for volumes to go away and has the sessions on them reported. Messages go to
+// "detector_vol_debug".
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "client/core/task.h"
+#include "platform/volumes.h"
+#include "ustring/ustring.h"
+
+namespace tolven {
+
+class DetectorVol : public Task {
+ public:
+  DetectorVol();
+
+  int Stop() override;
+  void DoTask() override;
+
+  // May be called from any thread. 0.
+  int AddWatch(const ustring& path, std::uint64_t sess_id);
+  void RemoveWatch(std::uint64_t sess_id);
+
+ private:
+  const std::unique_ptr<platform::VolumeMonitor> monitor_;
+};
+
+}  // namespace tolven
