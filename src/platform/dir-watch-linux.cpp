@@ -90,6 +90,10 @@ class LinuxDirWatchService : public DirWatchService {
     }
   }
 
+  ustring LimitHint() override {
+    return "fs.inotify.max_user_watches; raise it with: sysctl fs.inotify.max_user_watches=1048576";
+  }
+
  private:
   static int FirstReady(const std::vector<pollfd>& polled) {
     const auto ready = [](const pollfd& each) { return each.revents != 0; };

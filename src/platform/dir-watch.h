@@ -58,6 +58,9 @@ class DirWatchService {
   // that has, -1 when the time is up, -2 on failure.
   virtual int Wait(const std::vector<std::shared_ptr<DirWatch>>& watches, int timeout_ms,
                    Status& status) = 0;
+  // What WatchResult::kLimit is about and how to raise it, for a log line. Empty where there is no
+  // such limit.
+  virtual ustring LimitHint() = 0;
 };
 
 DirWatchService& dir_watch();

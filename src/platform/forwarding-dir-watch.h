@@ -47,6 +47,8 @@ class ForwardingDirWatchService : public DirWatchService, protected Forwarding {
     return base_.Wait(inner, timeout_ms, status);
   }
 
+  ustring LimitHint() override { return base_.LimitHint(); }
+
  private:
   DirWatchService& base_;
 };

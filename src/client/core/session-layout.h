@@ -7,5 +7,7 @@ namespace tolven {
 // transfers, and the recycle bin in it.
 inline constexpr char kWorkingDirectory[] = ".ZentrovaWorkingDirectory";
 inline constexpr char kRecycleBin[] = "#ZentRecycle";
+// In the working directory: a text that tells this folder from every other one.
+inline constexpr char kRootIdFile[] = "#RootId";
 
 }  // namespace tolven
