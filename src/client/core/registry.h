@@ -22,6 +22,7 @@ class BlackList2;
 class FileEventDB;
 class ForceHashCheckListCpp;
 class ProfileSet;
+class RootProof;
 class WhiteListCpp;
 
 class Registry {
@@ -51,6 +52,7 @@ class Registry {
     shared_pointer<WhiteListCpp> white_list;
     shared_pointer<FileEventDB> event_db;
     shared_pointer<ForceHashCheckListCpp> force_hash_check_list;
+    shared_pointer<RootProof> root_proof;  // asked before an absence in the folder is believed
     // Tells a session from an earlier one of the same id: each Set() gives a new number, above 0.
     std::uint64_t generation = 0;
   };

@@ -3,12 +3,14 @@
 #include "client/core/idle-task.h"
 #include "client/core/recycle-cleaner.h"
 #include "client/windows/detector-win-vol.h"
+#include "client/windows/detector-win2.h"
 
 namespace tolven {
 
 TaskTable MakeTasks(std::size_t worker_count) {
   TaskTable table(TASK_WORKER + worker_count);
   for (auto& task : table) task = std::make_unique<IdleTask>();
+  table[TASK_DETECTOR] = std::make_unique<Detector>();
   table[TASK_DETECTOR_VOL] = std::make_unique<DetectorVol>();
   table[TASK_RECYCLE_CLEANER] = std::make_unique<RecycleCleaner>();
   return table;

@@ -1,0 +1,234 @@
+#include "client/windows/detector-win2.h"
+
+#include <utility>
+
+#include "client/core/registry.h"
+#include "client/core/session-layout.h"
+#include "client/event-manager.h"
+#include "client/windows/detector-log.h"
+#include "lib/error-table.h"
+#include "lib/ui-ipc.h"
+#include "platform/clock.h"
+#include "platform/identity.h"
+
+namespace tolven {
+
+namespace {
+
+// How long a wait lasts before the task looks at its state, and how many make a round.
+constexpr int kWaitMilliseconds = 100;
+constexpr int kWaitsOfARound = 10;
+constexpr std::int64_t kTryAgainMilliseconds = 10'000;
+constexpr std::int64_t kRescanMilliseconds = 600'000;
+
+std::int64_t Now() { return platform::clock().MonotonicMilliseconds(); }
+
+// The daemon's own data and the temporary folder never make events, even inside a synced folder.
+std::vector<ustring> PrivateDirs() {
+  ustring data;
+  if (!platform::identity().LocalAppData(data).ok()) return {};
+  return {data + "/Tolvenhub", data + "/Temp"};
+}
+
+std::uint64_t ConnectionOf(std::uint64_t sess_id) {
+  Registry::Entry entry;
+  return Registry::getInstance().Find(sess_id, entry) == 1 ? entry.conn_id : 0;
+}
+
+}  // namespace
+
+Detector::Detector() : translator_(world_, PrivateDirs()) {}
+
+Detector::~Detector() {
+  const MutexLock hold(lock);
+  for (const auto& [sess_id, info] : index) {
+    DETECTOR_DEBUG("session #%llu (%s) down\n", sess_id, info.path);
+  }
+  index.clear();
+}
+
+int Detector::AddWatch(const ustring& path, std::uint64_t sess_id) {
+  session_info info;
+  info.path = path;
+  CreateWorkingDirectory(path);
+  const platform::Status status = platform::dir_watch().Open(path, kWorkingDirectory, info.watch);
+  if (!status.ok()) {
+    DETECTOR_ERROR("CreateFile(%s): Error code: %d\n", path, status.code);
+    return -1;
+  }
+  const MutexLock hold(lock);
+  info.generation = ++last_generation_;
+  index.try_emplace(sess_id, std::move(info));
+  return 0;
+}
+
+void Detector::RemoveWatch(std::uint64_t sess_id) {
+  session_info removed;  // closed after the lock was given back
+  const MutexLock hold(lock);
+  const auto found = index.find(sess_id);
+  if (found == index.end()) return;
+  removed = std::move(found->second);
+  index.erase(found);
+  translator_.Forget(sess_id);
+}
+
+void Detector::DoTask() {
+  for (State state = GetState(); state != STOP; state = GetState()) {
+    if (state == PAUSE) {
+      WaitPaused();
+      continue;
+    }
+    CareForWatches();
+    if (WaitHandle() < 1) continue;
+    ReadFromHandle();
+    ReadFromBuffer();
+  }
+}
+
+int Detector::WaitHandle() {
+  Watches watches;
+  {
+    const MutexLock hold(lock);
+    for (const auto& [sess_id, info] : index) {
+      if (info.watch != nullptr) watches.push_back(info.watch);
+    }
+  }
+  if (watches.empty()) {
+    DETECTOR_DEBUG("No watch folder.\n");
+    Wait(1);
+    return 0;
+  }
+  for (int i = 0; i < kWaitsOfARound && GetState() == RUN; ++i) {
+    platform::Status status;
+    const int ready = platform::dir_watch().Wait(watches, kWaitMilliseconds, status);
+    if (ready >= 0) {
+      DETECTOR_DEBUG("Events at index %d\n", ready);
+      return 1;
+    }
+    if (ready < -1) {
+      DETECTOR_ERROR("WaitForMultipleObjects: Error Code: %d\n", status.code);
+      Wait(1);
+      return -1;
+    }
+  }
+  DETECTOR_DEBUG("No incoming events\n");
+  return 0;
+}
+
+void Detector::ReadFromHandle() {
+  const MutexLock hold(lock);
+  for (auto& [sess_id, info] : index) {
+    if (info.watch != nullptr) ReadWatch(sess_id, info);
+  }
+}
+
+void Detector::ReadWatch(std::uint64_t sess_id, session_info& info) {
+  platform::Status status;
+  switch (info.watch->Read(info.read_buffer, status)) {
+    case platform::WatchResult::kRecords:
+    case platform::WatchResult::kNothing:
+      break;
+    case platform::WatchResult::kOverflow:
+      DETECTOR_INFO("Event queue overflow, rescan watch\n");
+      info.read_buffer.clear();
+      translator_.Forget(sess_id);
+      EventManager::getInstance().IssueRescan(sess_id, "/", false);
+      break;
+    case platform::WatchResult::kGone:
+    case platform::WatchResult::kFailed:
+      Lose(sess_id, info, status);
+      break;
+    case platform::WatchResult::kLimit:
+      BeginRescans(sess_id, info);
+      break;
+  }
+}
+
+// Whatever is gone with the folder was not removed by anybody.
+void Detector::Lose(std::uint64_t sess_id, session_info& info, const platform::Status& status) {
+  DETECTOR_ERROR("the watch of session %llu at '%s' ended: Error Code: %d\n", sess_id, info.path,
+                 status.code);
+  info.watch.reset();
+  info.read_buffer.clear();
+  info.next_try = Now() + kTryAgainMilliseconds;
+  translator_.Forget(sess_id);
+  UI_IPC::ReportSessionErrorToUI(ConnectionOf(sess_id), sess_id, ErrorCodes::ERR_WATCH_VOL_UMOUNT);
+}
+
+void Detector::BeginRescans(std::uint64_t sess_id, session_info& info) {
+  DETECTOR_ERROR(
+      "session %llu: not all folders of '%s' can be watched, the limit is reached (%s). The "
+      "session "
+      "is rescanned every 10 minutes.\n",
+      sess_id, info.path, platform::dir_watch().LimitHint());
+  UI_IPC::ReportSessionErrorToUI(ConnectionOf(sess_id), sess_id, ErrorCodes::ERR_SYS);
+  info.next_rescan = Now() + kRescanMilliseconds;
+  EventManager::getInstance().IssueRescan(sess_id, "/", false);
+}
+
+void Detector::ReadFromBuffer() {
+  const MutexLock hold(lock);
+  for (auto& [sess_id, info] : index) {
+    if (!info.read_buffer.empty()) Translate(sess_id, info);
+  }
+}
+
+void Detector::Translate(std::uint64_t sess_id, session_info& info) {
+  for (const platform::WatchRecord& record : info.read_buffer) {
+    Event event;
+    if (translator_.Translate(event, sess_id, info.path, record) == 0) PushEvent(event);
+  }
+  info.read_buffer.clear();
+}
+
+void Detector::PushEvent(const Event& event) {
+  EventManager& manager = EventManager::getInstance();
+  for (const Event& part : SplitRename(event)) {
+    manager.PushLocalEvent(part);
+    // The content of a directory that is new or moved in is not reported.
+    if (part.m_type == Event::EV_CREATE && part.isDir()) {
+      manager.IssueExpand(part.m_sess_id, part.m_path);
+    }
+  }
+}
+
+void Detector::CareForWatches() {
+  struct Lost {
+    std::uint64_t sess_id;
+    ustring path;
+    std::uint64_t generation;
+  };
+  std::vector<Lost> lost;
+  {
+    const MutexLock hold(lock);
+    const std::int64_t now = Now();
+    for (auto& [sess_id, info] : index) {
+      if (info.watch == nullptr && now >= info.next_try) {
+        info.next_try = now + kTryAgainMilliseconds;
+        lost.push_back({sess_id, info.path, info.generation});
+      }
+      if (info.next_rescan >= 0 && now >= info.next_rescan) {
+        info.next_rescan = now + kRescanMilliseconds;
+        EventManager::getInstance().IssueRescan(sess_id, "/", false);
+      }
+    }
+  }
+  for (const Lost& watch : lost) Rearm(watch.sess_id, watch.path, watch.generation);
+}
+
+// Without the lock: to watch a large tree takes a while.
+void Detector::Rearm(std::uint64_t sess_id, const ustring& path, std::uint64_t generation) {
+  if (!IsRootProved(sess_id, path)) return;
+  std::shared_ptr<platform::DirWatch> watch;
+  if (!platform::dir_watch().Open(path, kWorkingDirectory, watch).ok()) return;
+  world_.RecreateWorkingDirectory(sess_id, path);
+  const MutexLock hold(lock);
+  const auto found = index.find(sess_id);
+  if (found == index.end() || found->second.generation != generation) return;
+  found->second.watch = std::move(watch);
+  found->second.next_rescan = -1;
+  DETECTOR_INFO("session %llu is watched again at '%s'\n", sess_id, path);
+  EventManager::getInstance().IssueRescan(sess_id, "/", false);
+}
+
+}  // namespace tolven
