@@ -40,14 +40,13 @@ struct ServeOptions {
   // Ctrl-C and their like.
   const std::atomic<bool>* stop = nullptr;
   // Is told the port once connections are accepted, and the SHA-256 fingerprint of the
-  // certificate ("AB:CD:..."). May be empty.
+  // certificate ("AB:CD:..."), which otherwise go to standard output.
   std::function<void(int port, const std::string& fingerprint)> ready;
 };
 
 // Serves until told to stop, then ends every connection and returns. The stores must be open and
-// outlive the call; they are used from many threads. Address and fingerprint go to standard output,
-// everything else to the log "server". 0, or -1 when the socket, the certificate or the folder
-// cannot be had.
+// outlive the call; they are used from many threads. The log category is "server". 0, or -1 when
+// the socket, the certificate or the folder cannot be had.
 int Serve(const ServeOptions& options, Metadata& metadata, ContentStore& contents);
 
 }  // namespace tolven::server

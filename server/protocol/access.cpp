@@ -1,0 +1,78 @@
+#include "server/protocol/access.h"
+
+#include <vector>
+
+#include "server/protocol/path-rule.h"
+
+namespace tolven::server {
+
+namespace {
+
+// A list without entries that takes those of the folders above: version, the bit for inherited
+// entries, no entries.
+constexpr const char* kInheritsAll = "1 64 0 ";
+
+}  // namespace
+
+Access::Chain Access::Collect(const std::string& path, bool is_dir, ACL_API::ACL& chain) {
+  std::vector<Node> nodes;
+  std::size_t counted = 0;
+  for (std::string at = path;; at = std::string(ParentOf(at))) {
+    Node node;
+    const int found = command_.service.metadata.FindNode(command_.view.id, at, node);
+    if (found < 0) return Chain::kFailed;
+    if (found == 0 || node.is_removed) {
+      node = Node();
+      node.path = at;
+      node.is_dir = at == path ? is_dir : true;
+      node.uid = command_.user.uid;
+    }
+    nodes.push_back(std::move(node));
+    if (!nodes.back().acl.empty()) counted = nodes.size();
+    if (at == "/") break;
+  }
+  for (std::size_t level = 0; level < counted; ++level) {
+    const Node& node = nodes[level];
+    ACL_API::ACL::Privilege privilege;
+    privilege.acl = node.acl.empty() ? kInheritsAll : node.acl;
+    privilege.path = node.path;
+    privilege.unix_perm.uid = node.uid;
+    privilege.unix_perm.gid = node.gid;
+    privilege.unix_perm.unix_mode = node.mode;
+    privilege.level = static_cast<int>(level);
+    privilege.is_dir = node.is_dir;
+    chain.AddPrivilege(privilege);
+  }
+  return counted == 0 ? Chain::kFree : Chain::kRuled;
+}
+
+template <class Test>
+bool Access::Allowed(const std::string& path, bool is_dir, Test test) {
+  if (command_.user.is_admin) return true;
+  ACL_API::ACL chain;
+  const Chain collected = Collect(path, is_dir, chain);
+  if (collected != Chain::kRuled) return collected == Chain::kFree;
+  ACL_API::ACL::UserInfo user;
+  user.uid = command_.user.uid;
+  user.group_set.insert(command_.user.groups.begin(), command_.user.groups.end());
+  return test(chain, user);
+}
+
+bool Access::CanSee(const std::string& path, bool is_dir) {
+  return Allowed(path, is_dir,
+                 [](auto& chain, const auto& user) { return chain.IsAccessible(user, 0); });
+}
+
+bool Access::CanRead(const std::string& path, bool is_dir) {
+  return Allowed(path, is_dir, [](auto& chain, const auto& user) {
+    return chain.IsAccessible(user, 0) && chain.IsReadable(user);
+  });
+}
+
+bool Access::CanWrite(const std::string& path, bool is_dir) {
+  return Allowed(path, is_dir, [](auto& chain, const auto& user) {
+    return chain.IsAccessible(user, 0) && chain.IsWritable(user);
+  });
+}
+
+}  // namespace tolven::server

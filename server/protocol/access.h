@@ -1,0 +1,34 @@
+// What a user may do with an object of a view. Access lists count from the topmost object that has
+// one down: above it, and in views without any, everybody may do everything. An object without a
+// list of its own takes what the folders above pass down. Administrators may do everything.
+#pragma once
+
+#include <string>
+
+#include "acl/acl-api.h"
+#include "server/protocol/command.h"
+
+namespace tolven::server {
+
+class Access {
+ public:
+  explicit Access(Command& command) : command_(command) {}
+
+  // Of an object that is there or, with `is_dir`, of one that would be made. False also when the
+  // store fails.
+  bool CanSee(const std::string& path, bool is_dir = true);
+  bool CanRead(const std::string& path, bool is_dir);
+  bool CanWrite(const std::string& path, bool is_dir);
+
+ private:
+  enum class Chain { kFree, kRuled, kFailed };
+
+  // The lists from the object up, as far as they count.
+  Chain Collect(const std::string& path, bool is_dir, ACL_API::ACL& chain);
+  template <class Test>
+  bool Allowed(const std::string& path, bool is_dir, Test test);
+
+  Command& command_;
+};
+
+}  // namespace tolven::server

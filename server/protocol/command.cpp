@@ -1,0 +1,132 @@
+#include "server/protocol/command.h"
+
+#include <string_view>
+
+#include "lib/proto-constants.h"
+#include "server/protocol/path-rule.h"
+
+namespace tolven::server {
+
+namespace {
+
+// What a command needs before its handler runs.
+enum class Need { kNothing, kSession, kAnyView, kView, kPath };
+
+struct Handler {
+  std::uint8_t command_byte;
+  std::string_view action;
+  Need need;
+  std::uint32_t (*run)(Command&);
+};
+
+constexpr Handler kHandlers[] = {
+    {SCMD_REQUEST_CONNECT, "connect", Need::kAnyView, &Connect},
+    {SCMD_REQUEST_SSL_2, "encrypt_channel", Need::kNothing, &EncryptChannel},
+    {SCMD_EVT_PULL, "pull_event", Need::kPath, &PullEvent},
+    {SCMD_GET_PROFILE, "get_profile", Need::kSession, &GetProfile},
+    {SCMD_EVT_RECV_4, "upload", Need::kPath, &Upload},
+    {SCMD_EVT_SEND_2, "download", Need::kPath, &Download},
+    {SCMD_EVT_REMOVE, "remove", Need::kPath, &Remove},
+    {SCMD_RESUME_TRANSFER, "resume_get_token", Need::kView, &ResumeGetToken},
+    {SCMD_RESUME_TRANSFER, "resume_get_status", Need::kView, &ResumeGetStatus},
+    {SCMD_RESUME_TRANSFER, "resume_upload", Need::kPath, &ResumeUpload},
+    {SCMD_RESUME_TRANSFER, "resume_download", Need::kPath, &ResumeDownload},
+};
+
+std::uint32_t Prepare(Need need, Command& command) {
+  Metadata& metadata = command.service.metadata;
+  if (need == Need::kNothing) return SPROTO_ERR_OK;
+  const int session =
+      metadata.FindSession(command.request["session"].asString().str(), command.user);
+  if (session < 0) return SPROTO_ERR_INTERNAL;
+  if (session == 0) return SPROTO_ERR_SESSION_INVALID;
+  const PObject& view = command.request["view_id"];
+  if (need == Need::kSession || (need == Need::kAnyView && view.isNull())) return SPROTO_ERR_OK;
+  const int found = metadata.FindView(view.asUInt64(), command.view);
+  if (found < 0) return SPROTO_ERR_INTERNAL;
+  if (found == 0) return SPROTO_ERR_VIEW_INVALID;
+  if (need != Need::kPath) return SPROTO_ERR_OK;
+  const ustring path = command.request["path"].asString();
+  if (!IsPathInView(path)) return SPROTO_ERR_VIEW_INVALID_PATH;
+  command.path = path.str();
+  return SPROTO_ERR_OK;
+}
+
+}  // namespace
+
+bool IsObjectCommand(std::uint8_t command_byte) {
+  for (const Handler& handler : kHandlers) {
+    if (handler.command_byte == command_byte) return true;
+  }
+  return false;
+}
+
+std::uint32_t RunCommand(std::uint8_t command_byte, Command& command) {
+  const std::string_view action = command.request["action"].asStringView();
+  for (const Handler& handler : kHandlers) {
+    if (handler.command_byte != command_byte || handler.action != action) continue;
+    const std::uint32_t code = Prepare(handler.need, command);
+    return code == SPROTO_ERR_OK ? handler.run(command) : code;
+  }
+  return SPROTO_ERR_ERR;
+}
+
+ustring Command::NewTemporary() {
+  TempFile& file = temporary.emplace_back(service.transfers.IncomingFolder());
+  return file.create() == 0 ? file.getPath() : ustring();
+}
+
+const char* RefusalReason(std::uint32_t code) {
+  switch (code) {
+    case SPROTO_ERR_ERR:
+      return "unknown action";
+    case SPROTO_ERR_SESSION_INVALID:
+      return "invalid session";
+    case SPROTO_ERR_VIEW_INVALID:
+      return "invalid view";
+    case SPROTO_ERR_ACCESS_DENY:
+      return "access denied";
+    case SPROTO_ERR_VIEW_INVALID_PATH:
+      return "invalid path in view";
+    case SPROTO_ERR_READ_ONLY:
+      return "view is read-only";
+    case SPROTO_ERR_QUOTA:
+      return "quota exceeded";
+    case SPROTO_ERR_DISKFULL:
+      return "disk full";
+    case SPROTO_ERR_VERSION:
+      return "incompatible version";
+    case SPROTO_ERR_CONFLICT_PATH:
+      return "path is taken";
+    case SPROTO_ERR_DOWNLOAD_NOFILE:
+    case SPROTO_ERR_REMOVE_NOFILE:
+      return "no such file";
+    case SPROTO_ERR_DOWNLOAD_NO_ACCESS:
+    case SPROTO_ERR_UPLOAD_NO_ACCESS:
+    case SPROTO_ERR_REMOVE_NO_ACCESS:
+      return "no access";
+    case SPROTO_ERR_UPLOAD_NO_PERMISSION:
+    case SPROTO_ERR_REMOVE_NO_PERM:
+      return "no permission";
+    case SPROTO_ERR_UPLOAD:
+      return "content does not match";
+    case SPROTO_ERR_UPLOAD_NOBASE:
+      return "base version is gone";
+    case SPROTO_ERR_UPLOAD_BASE_CHANGED:
+      return "base version changed";
+    case SPROTO_ERR_UPLOAD_FILTERED:
+      return "name is not accepted";
+    case SPROTO_ERR_REMOVE_MODIFIED:
+      return "object is modified";
+    case SPROTO_ERR_RESUME:
+      return "transfer cannot go on now";
+    case SPROTO_ERR_RESUME_TOKEN:
+      return "unknown resume token";
+    case SPROTO_ERR_RESUME_OFFSET:
+      return "transfer cannot go on there";
+    default:
+      return "internal error";
+  }
+}
+
+}  // namespace tolven::server

@@ -1,0 +1,221 @@
+// "upload" and "resume_upload".
+#include <algorithm>
+
+#include "lib/proto-constants.h"
+#include "server/protocol/access.h"
+#include "server/protocol/command.h"
+#include "server/protocol/content-work.h"
+#include "server/protocol/path-rule.h"
+#include "server/protocol/record.h"
+#include "server/store/content-store.h"
+
+namespace tolven::server {
+
+namespace {
+
+// One upload, step by step. Every step gives SPROTO_ERR_OK or the code of a refusal.
+class Uploader {
+ public:
+  // `received` holds the data of the request when they came in pieces, else it is empty.
+  Uploader(Command& command, ustring received)
+      : command_(command),
+        metadata_(command.service.metadata),
+        file_(command.request["file"]),
+        is_dir_(command.request["is_dir"].asBool()),
+        base_(command.request["sync_id"].asUInt64()),
+        received_(std::move(received)) {
+    if (received_.empty()) received_ = file_["data"].asBinary().path;
+  }
+
+  std::uint32_t Run() {
+    std::uint32_t code = FindTarget();
+    if (code == SPROTO_ERR_OK) code = CheckRight();
+    if (code == SPROTO_ERR_OK) code = CheckBase();
+    if (code != SPROTO_ERR_OK) return code;
+    if (command_.request["dry_run"].asBool()) return DryRun();
+    if (!is_dir_) code = TakeContent();
+    return code == SPROTO_ERR_OK ? Commit() : code;
+  }
+
+ private:
+  std::uint32_t FindTarget() {
+    if (command_.view.read_only) return SPROTO_ERR_READ_ONLY;
+    if (!IsStorableName(command_.path)) return SPROTO_ERR_UPLOAD_FILTERED;
+    const int found = metadata_.FindNode(command_.view.id, command_.path, current_);
+    if (found < 0) return SPROTO_ERR_INTERNAL;
+    exists_ = found > 0 && !current_.is_removed;
+    return SPROTO_ERR_OK;
+  }
+
+  std::uint32_t CheckRight() {
+    const bool kind = exists_ ? current_.is_dir : is_dir_;
+    Access access(command_);
+    if (!access.CanSee(command_.path, kind)) return SPROTO_ERR_UPLOAD_NO_ACCESS;
+    return access.CanWrite(command_.path, kind) ? SPROTO_ERR_OK : SPROTO_ERR_UPLOAD_NO_PERMISSION;
+  }
+
+  // Once more in the end, together with the change itself; here so that nothing is received, hashed
+  // or patched in vain.
+  std::uint32_t CheckBase() {
+    if (base_ != 0 && !exists_) return SPROTO_ERR_UPLOAD_NOBASE;
+    if (base_ != 0 && base_ != current_.sync_id) return SPROTO_ERR_UPLOAD_BASE_CHANGED;
+    if (base_ == 0 && exists_ && current_.is_dir != is_dir_) return SPROTO_ERR_CONFLICT_PATH;
+    return SPROTO_ERR_OK;
+  }
+
+  std::uint32_t DryRun();
+  std::uint32_t TakeContent();
+  std::uint32_t TakeKnown();
+  std::uint32_t TakeReceived();
+  std::uint32_t Store(const ustring& path, const ustring& md4, std::uint64_t size);
+  std::uint32_t Commit();
+  void AddVersion(const Node& node);
+
+  Command& command_;
+  Metadata& metadata_;
+  const PObject& file_;
+  const bool is_dir_;
+  const std::uint64_t base_;
+  ustring received_;
+  Node current_;
+  bool exists_ = false;
+  Content content_;
+};
+
+// The request without its data: whether it would be taken, and whether the content is here already.
+std::uint32_t Uploader::DryRun() {
+  const std::uint64_t size = file_["size"].asUInt64();
+  if (!is_dir_) {
+    Content known;
+    const int found =
+        metadata_.FindKnownContent(command_.view.id, file_["hash"].asString().str(), size, known);
+    if (found < 0) return SPROTO_ERR_INTERNAL;
+    if (found > 0) command_.answer["file"]["file_id"] = known.id;
+    std::uint64_t used = 0;
+    if (metadata_.UsedBytes(command_.view.id, used) < 0) return SPROTO_ERR_INTERNAL;
+    const std::uint64_t quota = command_.view.quota;
+    if (quota != 0 && size > quota - std::min(quota, used)) return SPROTO_ERR_QUOTA;
+  }
+  AddVersion(exists_ ? current_ : Node());
+  return SPROTO_ERR_OK;
+}
+
+std::uint32_t Uploader::TakeContent() {
+  if (!file_.isMap() || file_["refer"].asBool()) return TakeKnown();
+  return TakeReceived();
+}
+
+// Content that the store has: of the version that the client changed, or found by a dry run.
+std::uint32_t Uploader::TakeKnown() {
+  const std::uint64_t id = file_["file_id"].asUInt64();
+  if (id == 0) {
+    if (base_ == 0 || current_.is_dir) return SPROTO_ERR_UPLOAD_NOBASE;
+    content_ = current_.content;
+    return SPROTO_ERR_OK;
+  }
+  const int found = metadata_.FindKnownContent(command_.view.id, file_["hash"].asString().str(),
+                                               file_["size"].asUInt64(), content_);
+  if (found < 0) return SPROTO_ERR_INTERNAL;
+  return found > 0 && content_.id == id ? SPROTO_ERR_OK : SPROTO_ERR_UPLOAD;
+}
+
+// Content that came, whole or as a delta. Nothing but its hash proves that it is what the client
+// means.
+std::uint32_t Uploader::TakeReceived() {
+  if (received_.empty()) return SPROTO_ERR_UPLOAD;
+  const std::uint64_t size = file_["size"].asUInt64();
+  ContentWork work(command_.service, command_.long_work);
+  ustring path = received_, md4;
+  bool good = false;
+  if (file_["is_delta"].asBool()) {
+    if (base_ == 0 || current_.is_dir) return SPROTO_ERR_UPLOAD_NOBASE;
+    path = command_.NewTemporary();
+    if (path.empty()) return SPROTO_ERR_DISKFULL;
+    good = work.Patch(command_.service.contents.PathOf(current_.content.sha256), received_, path,
+                      size, md4);
+  } else {
+    good = FileSize(path) == size && work.Hash(path, md4);
+  }
+  if (!good || FileSize(path) != size || md4 != file_["hash"].asString()) return SPROTO_ERR_UPLOAD;
+  return Store(path, md4, size);
+}
+
+std::uint32_t Uploader::Store(const ustring& path, const ustring& md4, std::uint64_t size) {
+  int result = -1;
+  const bool open = command_.long_work.Run(
+      size, [&] { result = command_.service.contents.Add(path, md4.str(), content_); });
+  return open && result == 0 ? SPROTO_ERR_OK : SPROTO_ERR_INTERNAL;
+}
+
+std::uint32_t Uploader::Commit() {
+  Put put;
+  put.path = command_.path;
+  put.is_dir = is_dir_;
+  put.base = base_;
+  put.content = content_;
+  put.uid = command_.user.uid;
+  const PObject& mtime = command_.request["mtime"];
+  if (mtime.hasMember("mtime") && !mtime["refer"].asBool()) put.mtime = mtime["mtime"].asUInt32();
+  const PObject& exec_bit = command_.request["exec_bit"];
+  if (exec_bit.hasMember("exec_bit") && !exec_bit["refer"].asBool()) {
+    put.exec_bit = exec_bit["exec_bit"].asBool();
+  }
+  Node made;
+  switch (metadata_.PutNode(command_.view.id, put, made)) {
+    case Outcome::kDone:
+      AddVersion(made);
+      return SPROTO_ERR_OK;
+    case Outcome::kNoBase:
+      return SPROTO_ERR_UPLOAD_NOBASE;
+    case Outcome::kBaseChanged:
+      return SPROTO_ERR_UPLOAD_BASE_CHANGED;
+    case Outcome::kConflict:
+      return SPROTO_ERR_CONFLICT_PATH;
+    case Outcome::kQuota:
+      return SPROTO_ERR_QUOTA;
+    default:
+      return SPROTO_ERR_INTERNAL;
+  }
+}
+
+void Uploader::AddVersion(const Node& node) {
+  command_.answer["is_dir"] = node.is_dir;
+  command_.answer["sync_id"] = node.sync_id;
+  command_.answer["max_id"] = node.max_id;
+  AddAttributes(node, command_.service.options.build, command_.answer);
+}
+
+}  // namespace
+
+std::uint32_t Upload(Command& command) { return Uploader(command, ustring()).Run(); }
+
+// The data of the request are what the server does not hold yet.
+std::uint32_t ResumeUpload(Command& command) {
+  auto claim = TakeToken(command);
+  if (!claim) return SPROTO_ERR_RESUME_TOKEN;
+  if (!claim->IsValid(command.order)) return SPROTO_ERR_RESUME_OFFSET;
+  const PObject::binary_type& data = command.request["file"]["data"].asBinary();
+  ustring received;
+  if (!data.empty()) {
+    if (claim->PartSize() > 0) {
+      bool joined = false;
+      const bool open = command.long_work.Run(
+          data.length, [&] { joined = claim->Append(data.path, data.length); });
+      if (!open || !joined) return SPROTO_ERR_RESUME;
+      received = claim->PartPath();
+    } else {
+      received = data.path;
+    }
+  } else if (claim->PartSize() > 0) {
+    received = claim->PartPath();
+  }
+  const std::uint32_t code = Uploader(command, received).Run();
+  if (command.long_work.AbortFlag()->load() == 0) {
+    claim->Forget();
+  } else if (!received.empty() && received == data.path) {
+    (void)claim->Append(data.path, data.length);  // for the next try
+  }
+  return code;
+}
+
+}  // namespace tolven::server
