@@ -179,7 +179,7 @@ void Connection::KeepBrokenUpload(const PObject& request, std::uint64_t order) {
   const std::string token = request["resume_token"].asString().str();
   if (user_id_ == 0 || token.empty() || data.empty() || data.length == 0) return;
   auto claim = service_.transfers.Take(token, {user_id_, 0}, 0);
-  if (claim && claim->IsValid(order)) (void)claim->Append(data.path, data.length);
+  if (claim) (void)claim->Add(data.path, data.length, order);
 }
 
 }  // namespace tolven::server

@@ -25,8 +25,7 @@ std::uint32_t ResumeGetToken(Command& command) {
 std::uint32_t ResumeGetStatus(Command& command) {
   auto claim = TakeToken(command);
   if (!claim) return SPROTO_ERR_RESUME_TOKEN;
-  claim->VoidEarlier();
-  command.answer["file"]["offset"] = claim->PartSize();
+  command.answer["file"]["offset"] = claim->TellSize();
   return SPROTO_ERR_OK;
 }
 

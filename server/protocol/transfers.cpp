@@ -20,6 +20,7 @@ constexpr const char* kCategory = "server";
 constexpr std::size_t kMaxTokens = 20000;
 constexpr std::int64_t kLifeSeconds = 24 * 3600;
 constexpr std::size_t kBlock = 256 * 1024;
+constexpr std::size_t kMaxTold = 16;  // more statuses than that never overlap with a reception
 constexpr std::string_view kSuffix = ".part";
 
 std::string RandomToken() {
@@ -59,6 +60,22 @@ platform::Status EachFile(const ustring& folder, Visit visit) {
     if (status.ok() && !done && item.info.kind == platform::NodeKind::kFile) visit(item.name);
   }
   return status;
+}
+
+// Appends what `source` holds from `offset` on.
+bool AppendFrom(const ustring& source, std::uint64_t offset, const ustring& target) {
+  platform::Files& files = platform::files();
+  platform::ScopedFile in, out;
+  bool good = files.Open(source, platform::OpenMode::kRead, *in.receive()).ok() &&
+              files.Seek(in.get(), offset).ok() &&
+              files.Open(target, platform::OpenMode::kAppend, *out.receive()).ok();
+  std::vector<char> block(kBlock);
+  for (std::size_t got = 1; good && got > 0;) {
+    std::size_t written = 0;
+    good = files.Read(in.get(), block.data(), block.size(), got).ok() &&
+           files.Write(out.get(), block.data(), got, written).ok();
+  }
+  return good && files.Close(out.Release()).ok();
 }
 
 platform::Status MakeFolder(const ustring& path) {
@@ -104,6 +121,7 @@ void Transfers::Find(const ustring& name) {
   }
   text.remove_suffix(kSuffix.size());
   entry.last_use = info.mtime_ns / 1'000'000'000;
+  entry.told.push_back({0, info.size});
   MutexLock lock(mutex_);
   entries_.insert_or_assign(std::string(text), std::move(entry));
 }
@@ -199,36 +217,35 @@ std::uint64_t Transfers::Claim::PartSize() const {
   return platform::files().Stat(PartPath(), info).ok() ? info.size : 0;
 }
 
-void Transfers::Claim::VoidEarlier() {
+std::uint64_t Transfers::Claim::TellSize() {
+  const std::uint64_t size = PartSize();
   MutexLock lock(table_->mutex_);
-  table_->entries_.find(token_)->second.valid_from = ++table_->order_;
+  std::vector<Told>& told = table_->entries_.find(token_)->second.told;
+  if (told.empty() || told.back().offset != size) told.push_back({++table_->order_, size});
+  if (told.size() > kMaxTold) told.erase(told.begin());
+  return size;
 }
 
-bool Transfers::Claim::IsValid(std::uint64_t order) const {
+std::uint64_t Transfers::Claim::StartOf(std::uint64_t order) const {
   MutexLock lock(table_->mutex_);
-  return order >= table_->entries_.find(token_)->second.valid_from;
-}
-
-bool Transfers::Claim::Append(const ustring& received, std::uint64_t length) {
-  platform::Files& files = platform::files();
-  if (PartSize() == 0) return files.Rename(received, PartPath()).ok();
-  platform::ScopedFile source, target;
-  bool good = files.Open(received, platform::OpenMode::kRead, *source.receive()).ok() &&
-              files.Open(PartPath(), platform::OpenMode::kAppend, *target.receive()).ok();
-  std::vector<char> block(kBlock);
-  while (good && length > 0) {
-    std::size_t got = 0, written = 0;
-    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), length));
-    good = files.Read(source.get(), block.data(), wanted, got).ok() && got > 0 &&
-           files.Write(target.get(), block.data(), got, written).ok();
-    length -= std::min<std::uint64_t>(length, got);
+  std::uint64_t start = 0;
+  for (const Told& each : table_->entries_.find(token_)->second.told) {
+    if (each.order < order) start = each.offset;
   }
-  if (good) good = files.Close(target.Release()).ok();
-  source.Reset();
-  target.Reset();
+  return start;
+}
+
+bool Transfers::Claim::Add(const ustring& received, std::uint64_t length, std::uint64_t order) {
+  platform::Files& files = platform::files();
+  const std::uint64_t size = PartSize(), start = StartOf(order);
+  if (size == 0 && start == 0) return files.Rename(received, PartPath()).ok();
+  bool good = start <= size;
+  if (good && start + length > size) {
+    good = AppendFrom(received, size - start, PartPath());
+    // Half of it would be bytes at the wrong place for whoever goes on.
+    if (!good) (void)files.RemoveFile(PartPath());
+  }
   (void)files.RemoveFile(received);
-  // Half of it would be bytes at the wrong place for whoever goes on.
-  if (!good) (void)files.RemoveFile(PartPath());
   return good;
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/mutex.h"
 #include "ustring/ustring.h"
@@ -35,8 +36,7 @@ class Transfers {
   ustring IncomingFolder() const { return folder_ + "/incoming"; }
 
   std::string NewToken(const Owner& owner);
-  // Grows with every call. A reception that began before a client asked for the status of its token
-  // has been given up by that client.
+  // Grows with every call: tells which of two moments was earlier.
   std::uint64_t NextOrder();
   // Takes hold of a token, for at most `wait_ms` waiting for who holds it now. Empty for a token
   // that is unknown, somebody else's, or still held. View 0: any.
@@ -44,10 +44,14 @@ class Transfers {
   void ForgetOld();
 
  private:
+  // From this moment on data begin at this place.
+  struct Told {
+    std::uint64_t order = 0, offset = 0;
+  };
   struct Entry {
     Owner owner;
-    std::int64_t last_use = 0;     // seconds
-    std::uint64_t valid_from = 0;  // orders below are void
+    std::int64_t last_use = 0;  // seconds
+    std::vector<Told> told;     // in their order
     bool held = false;
     std::string source;  // what a download is made from
   };
@@ -75,12 +79,16 @@ class Transfers::Claim {
   // The file that holds what came of an upload, and how much that is (0 without a file).
   ustring PartPath() const;
   std::uint64_t PartSize() const;
-  // From now on only receptions that begin later count.
-  void VoidEarlier();
-  bool IsValid(std::uint64_t order) const;
-  // Adds `length` bytes of the file `received`, which is gone afterwards. False, with the part as
-  // it was or without it, when that fails.
-  bool Append(const ustring& received, std::uint64_t length);
+  // PartSize, which the client was just told: data whose reception begins from now on continue
+  // there.
+  std::uint64_t TellSize();
+  // Where the data of a reception begin that began at `order`.
+  std::uint64_t StartOf(std::uint64_t order) const;
+  // Adds what the file `received` has beyond the part, when it was received since `order`. Clients
+  // that give a connection up ask anew before the server has read the rest of it: such data
+  // overlap. `received` is gone afterwards. False when it fails; the part is then gone or as it
+  // was.
+  bool Add(const ustring& received, std::uint64_t length, std::uint64_t order);
   // What a download is made from, as its first request noted it.
   std::string Source() const;
   void SetSource(const std::string& source);

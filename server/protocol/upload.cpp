@@ -193,27 +193,22 @@ std::uint32_t Upload(Command& command) { return Uploader(command, ustring()).Run
 std::uint32_t ResumeUpload(Command& command) {
   auto claim = TakeToken(command);
   if (!claim) return SPROTO_ERR_RESUME_TOKEN;
-  if (!claim->IsValid(command.order)) return SPROTO_ERR_RESUME_OFFSET;
   const PObject::binary_type& data = command.request["file"]["data"].asBinary();
-  ustring received;
-  if (!data.empty()) {
-    if (claim->PartSize() > 0) {
-      bool joined = false;
-      const bool open = command.long_work.Run(
-          data.length, [&] { joined = claim->Append(data.path, data.length); });
-      if (!open || !joined) return SPROTO_ERR_RESUME;
-      received = claim->PartPath();
-    } else {
-      received = data.path;
-    }
-  } else if (claim->PartSize() > 0) {
+  ustring received = data.path;
+  if (claim->PartSize() < claim->StartOf(command.order)) return SPROTO_ERR_RESUME_OFFSET;
+  if (claim->PartSize() > 0) {
+    bool joined = true;
+    const bool open = data.empty() || command.long_work.Run(data.length, [&] {
+      joined = claim->Add(data.path, data.length, command.order);
+    });
+    if (!open || !joined) return SPROTO_ERR_RESUME;
     received = claim->PartPath();
   }
   const std::uint32_t code = Uploader(command, received).Run();
   if (command.long_work.AbortFlag()->load() == 0) {
     claim->Forget();
   } else if (!received.empty() && received == data.path) {
-    (void)claim->Append(data.path, data.length);  // for the next try
+    (void)claim->Add(data.path, data.length, command.order);  // for the next try
   }
   return code;
 }

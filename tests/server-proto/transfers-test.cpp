@@ -120,7 +120,7 @@ TEST_F(TransfersOfServer, TellsTheClientThatWorkGoesOn) {
   options.keep_alive_interval = std::chrono::milliseconds(1);
   Start();
   RawClient client = Connected();
-  EXPECT_GT(Put(client, "/large", RandomBytes(16 << 20)), 0u);
+  EXPECT_GT(Put(client, "/large", RandomBytes(8 << 20)), 0u);
   EXPECT_GT(client.keep_alives, 0);
 }
 
