@@ -39,14 +39,14 @@ void AddRow(FileList& list, std::size_t prefix_length, sqlite3_stmt* row) {
   const bool is_dir = sqlite3_column_int(row, 0) != 0;
   const auto mtime = static_cast<std::uint32_t>(sqlite3_column_int64(row, 1));
   const auto size = static_cast<std::uint64_t>(sqlite3_column_int64(row, 2));
-  const ustring acl_hash(ColumnText(row, 3));
+  const std::string_view acl_hash = ColumnText(row, 3);
   const std::string_view text = ColumnText(row, 4);
-  const ustring path(text.substr(std::min(prefix_length, text.size())));
+  const std::string_view path = text.substr(std::min(prefix_length, text.size()));
   // A refused row is the root, or a directory that a deeper path has made already.
   if (is_dir) {
-    list.AddDirectory(path, mtime, acl_hash);
+    list.AddDirectoryAt(path, mtime, acl_hash);
   } else {
-    list.AddFile(path, mtime, size, acl_hash);
+    list.AddNewFileAt(path, mtime, size, acl_hash);
   }
 }
 
@@ -61,11 +61,22 @@ int FileEventDB::ListInto(int line, FileList& list, const ustring& path, const s
 }
 
 int FileEventDB::getFileList(FileList& list, const ustring& path) {
+  if (event_db::IsRoot(path)) list.Expect(CountRows());
   const std::string where =
       event_db::IsRoot(path)
-          ? std::string("WHERE isExist = 1;")
+          ? std::string("NOT INDEXED WHERE isExist = 1;")
           : kByPath + Sql("WHERE path GLOB '%q/*' and isExist = 1;", GlobPrefix(path).c_str());
   return ListInto(__LINE__, list, path, kListColumns + where);
+}
+
+// 0 when it cannot be told.
+std::size_t FileEventDB::CountRows() {
+  const MutexLock hold(m_dbMutex);
+  std::size_t count = 0;
+  m_db.Query(__LINE__, "SELECT count(*) FROM event_table;", [&count](sqlite3_stmt* row) {
+    count = static_cast<std::size_t>(sqlite3_column_int64(row, 0));
+  });
+  return count;
 }
 
 int FileEventDB::getFileListWithoutRecursive(FileList& list, const ustring& path) {

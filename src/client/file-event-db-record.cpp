@@ -32,16 +32,18 @@ std::string MakeInsert() {
          ");";
 }
 
-// With the parameters of the INSERT.
+// With the parameters of the INSERT, of a row that is there. The path stays out of what is set:
+// writing it would make its two indexes anew.
 std::string MakeUpdate() {
-  std::string sets = "isExist = 1";
+  std::string sets;
   int number = 0;
   DBFileInfo shape;
   event_db::VisitRecord(shape, [&](const char* name, const auto&) {
-    sets.append(", ").append(name).append(" = ?").append(std::to_string(++number));
+    ++number;
+    if (std::string_view(name) == "path") return;
+    sets.append(sets.empty() ? "" : ", ").append(name).append(" = ?" + std::to_string(number));
   });
-  return "UPDATE event_table SET " + sets + " WHERE changes() = 0 AND path = ?" +
-         std::to_string(number) + ";";
+  return "UPDATE event_table SET " + sets + " WHERE path = ?" + std::to_string(number) + ";";
 }
 
 std::string MakeGetInfo() {
@@ -67,7 +69,7 @@ constexpr char kInsertParentText[] =
     "VALUES (1, 0, ?1,  1, 0, '',  0, ?2,  ?3, ?4, 1, '',  '', '',  0, 0, 1877, '',  1, 0, 0, "
     "1877,  '', '',  0, '', '', '', '',  0, '', '', '', '');";
 constexpr char kRaiseParentText[] =
-    "UPDATE event_table SET maxSyncID = ?1 WHERE changes() = 0 AND path = ?2 AND maxSyncID < ?1;";
+    "UPDATE event_table SET maxSyncID = ?1 WHERE path = ?2 AND maxSyncID < ?1;";
 
 // "/" for a first-level path, empty above "/".
 std::string_view ParentOf(std::string_view path) {
@@ -166,7 +168,7 @@ int FileEventDB::setSingleRecord(const DBFileInfo& info) {
   // While the row is still the old one: a row without its signature is sound, the other way round
   // it is not.
   if (before.row_id != 0 && !same_content && RemoveSignature(before.row_id) != 0) return -1;
-  if (Upsert(info) != 0) return -1;
+  if (Upsert(info, before) != 0) return -1;
   // Ids of deleted rows are given out again, and a signature may have outlived its row.
   if (before.row_id == 0 &&
       RemoveSignature(static_cast<std::uint64_t>(sqlite3_last_insert_rowid(m_db.get()))) != 0) {
@@ -175,21 +177,22 @@ int FileEventDB::setSingleRecord(const DBFileInfo& info) {
   return Unpark(info.path);
 }
 
-// The UPDATE acts when the INSERT changed nothing, so that a row keeps its id.
-int FileEventDB::Upsert(const DBFileInfo& info) {
+// A row that is there keeps its id.
+int FileEventDB::Upsert(const DBFileInfo& info, const StoredContent& before) {
   static const std::string insert_text = MakeInsert();
   static const std::string update_text = MakeUpdate();
-  sqlite3_stmt* const insert = m_db.Prepare(__LINE__, event_db::kInsert, insert_text.c_str());
-  sqlite3_stmt* const update = m_db.Prepare(__LINE__, event_db::kUpdate, update_text.c_str());
-  if (insert == nullptr || update == nullptr) return -1;
-  for (sqlite3_stmt* const statement : {insert, update}) {
-    const ResetAtEnd reset(statement);
-    ColumnBinder bind(statement);
-    event_db::VisitRecord(info, bind);
-    if (bind.code() != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", bind.code());
-    if (m_db.Step(__LINE__, statement) != 0) return -1;
-  }
-  return 0;
+  sqlite3_stmt* const statement =
+      before.row_id == 0 ? m_db.Prepare(__LINE__, event_db::kInsert, insert_text.c_str())
+                         : m_db.Prepare(__LINE__, event_db::kUpdate, update_text.c_str());
+  if (statement == nullptr) return -1;
+  const ResetAtEnd reset(statement);
+  ColumnBinder bind(statement);
+  event_db::VisitRecord(info, bind);
+  if (bind.code() != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", bind.code());
+  if (m_db.Step(__LINE__, statement) != 0) return -1;
+  if (before.row_id == 0 || before.is_exist) return 0;
+  return m_db.Execute(__LINE__, Sql("UPDATE event_table SET isExist = 1 WHERE id = %llu;",
+                                    static_cast<unsigned long long>(before.row_id)));
 }
 
 int FileEventDB::Unpark(const ustring& path) {
@@ -209,31 +212,45 @@ int FileEventDB::Unpark(const ustring& path) {
 
 int FileEventDB::updateParentRecord(const ustring& path, std::uint64_t maxSyncID,
                                     std::uint32_t mtime, std::uint32_t localMtime) {
-  sqlite3_stmt* const insert = m_db.Prepare(__LINE__, event_db::kInsertParent, kInsertParentText);
-  sqlite3_stmt* const raise = m_db.Prepare(__LINE__, event_db::kRaiseParent, kRaiseParentText);
-  if (insert == nullptr || raise == nullptr) return -1;
   for (auto parent = ParentOf(path.view()); !parent.empty(); parent = ParentOf(parent)) {
-    const ustring parent_path(parent);
-    for (sqlite3_stmt* const statement : {insert, raise}) {
-      const ResetAtEnd reset(statement);
-      ColumnBinder bind(statement);
-      bind("maxSyncID", maxSyncID);
-      bind("path", parent_path);
-      if (statement == insert) {
-        bind("fileModTime", mtime);
-        bind("localFileModTime", localMtime);
-      }
-      if (bind.code() != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", bind.code());
-      if (m_db.Step(__LINE__, statement) != 0) return -1;
-    }
+    const int raised = RaiseParent(ustring(parent), maxSyncID);
+    if (raised < 0) return -1;
+    // It is missing, or has a number that is as high.
+    if (raised == 0 && InsertParent(ustring(parent), maxSyncID, mtime, localMtime) != 0) return -1;
   }
   return 0;
+}
+
+int FileEventDB::RaiseParent(const ustring& path, std::uint64_t maxSyncID) {
+  sqlite3_stmt* const statement = m_db.Prepare(__LINE__, event_db::kRaiseParent, kRaiseParentText);
+  if (statement == nullptr) return -1;
+  const ResetAtEnd reset(statement);
+  ColumnBinder bind(statement);
+  bind("maxSyncID", maxSyncID);
+  bind("path", path);
+  if (bind.code() != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", bind.code());
+  return m_db.Step(__LINE__, statement) != 0 ? -1 : sqlite3_changes(m_db.get());
+}
+
+int FileEventDB::InsertParent(const ustring& path, std::uint64_t maxSyncID, std::uint32_t mtime,
+                              std::uint32_t localMtime) {
+  sqlite3_stmt* const statement =
+      m_db.Prepare(__LINE__, event_db::kInsertParent, kInsertParentText);
+  if (statement == nullptr) return -1;
+  const ResetAtEnd reset(statement);
+  ColumnBinder bind(statement);
+  bind("maxSyncID", maxSyncID);
+  bind("path", path);
+  bind("fileModTime", mtime);
+  bind("localFileModTime", localMtime);
+  if (bind.code() != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", bind.code());
+  return m_db.Step(__LINE__, statement) != 0 ? -1 : 0;
 }
 
 int FileEventDB::ReadContent(const ustring& path, StoredContent& content) {
   sqlite3_stmt* const statement =
       m_db.Prepare(__LINE__, event_db::kContent,
-                   "SELECT id, fileType, fileCheckSum FROM event_table WHERE path = ?1;");
+                   "SELECT id, fileType, fileCheckSum, isExist FROM event_table WHERE path = ?1;");
   if (statement == nullptr) return -1;
   const ResetAtEnd reset(statement);
   ColumnBinder bind(statement);
@@ -243,6 +260,7 @@ int FileEventDB::ReadContent(const ustring& path, StoredContent& content) {
   content.row_id = static_cast<std::uint64_t>(sqlite3_column_int64(statement, 0));
   content.file_type = sqlite3_column_int(statement, 1);
   content.check_sum.assign(ColumnText(statement, 2));
+  content.is_exist = sqlite3_column_int(statement, 3) == 1;
   return 0;
 }
 

@@ -171,6 +171,7 @@ class FileEventDB {
     std::uint64_t row_id = 0;  // 0 without a row
     int file_type = 0;
     ustring check_sum;
+    bool is_exist = false;
   };
 
   int Configure(const ustring& path) REQUIRES(m_dbMutex);
@@ -179,16 +180,21 @@ class FileEventDB {
 
   int WriteRecord(const DBFileInfo& info) REQUIRES(m_dbMutex);
   int setSingleRecord(const DBFileInfo& info) REQUIRES(m_dbMutex);
-  int Upsert(const DBFileInfo& info) REQUIRES(m_dbMutex);
+  int Upsert(const DBFileInfo& info, const StoredContent& before) REQUIRES(m_dbMutex);
   int Unpark(const ustring& path) REQUIRES(m_dbMutex);
   int updateParentRecord(const ustring& path, std::uint64_t maxSyncID, std::uint32_t mtime,
                          std::uint32_t localMtime) REQUIRES(m_dbMutex);
+  // How many rows were raised, or -1.
+  int RaiseParent(const ustring& path, std::uint64_t maxSyncID) REQUIRES(m_dbMutex);
+  int InsertParent(const ustring& path, std::uint64_t maxSyncID, std::uint32_t mtime,
+                   std::uint32_t localMtime) REQUIRES(m_dbMutex);
   int ReadContent(const ustring& path, StoredContent& content) REQUIRES(m_dbMutex);
   int contains(const ustring& path, EventInfo& info) REQUIRES(m_dbMutex);
   int setSignature(const ustring& path, const ustring& temp) REQUIRES(m_dbMutex);
   int RemoveSignature(std::uint64_t row_id) REQUIRES(m_dbMutex);
   ustring SignaturePath(std::uint64_t row_id) const REQUIRES(m_dbMutex);
 
+  std::size_t CountRows();
   int ListInto(int line, FileList& list, const ustring& path, const std::string& sql);
   int Run(int line, const std::string& script);
 

@@ -14,25 +14,37 @@ FileList::FileList(StringBuffer& buffer) : buf_(buffer) {
   node_.front()->name.ptr = "/";
 }
 
-int FileList::AddFile(const ustring& path, std::uint32_t mtime, std::uint64_t size,
-                      const ustring& acl_hash) {
+int FileList::AddFileAt(std::string_view path, std::uint32_t mtime, std::uint64_t size,
+                        std::string_view acl_hash) {
   SplitPath split;
-  if (!BaseName(path.view(), split)) return -1;
+  if (!BaseName(path, split)) return -1;
   return AddFileTo(MakeDirectories(split.dir), split.name, Pack(mtime, size, acl_hash));
 }
 
+int FileList::AddNewFileAt(std::string_view path, std::uint32_t mtime, std::uint64_t size,
+                           std::string_view acl_hash) {
+  SplitPath split;
+  if (!BaseName(path, split)) return -1;
+  DirNode* const parent = MakeDirectories(split.dir);
+  StringBuffer::String name;
+  if (parent == nullptr || Intern(split.name, name) != 0) return -1;
+  parent->file.Append(name, Pack(mtime, size, acl_hash));
+  return 0;
+}
+
 int FileList::AddDirectory(const ustring& path, const Attribute& attr) {
-  return AddDirectoryAt(path, Pack(attr));
+  return AddPackedDirectory(path.view(), Pack(attr));
 }
 
-int FileList::AddDirectory(const ustring& path, std::uint32_t mtime, const ustring& acl_hash) {
-  return AddDirectoryAt(path, Pack(mtime, 0, acl_hash));
+int FileList::AddDirectoryAt(std::string_view path, std::uint32_t mtime,
+                             std::string_view acl_hash) {
+  return AddPackedDirectory(path, Pack(mtime, 0, acl_hash));
 }
 
-FileSet::Attr FileList::Pack(std::uint32_t mtime, std::uint64_t size, const ustring& acl_hash) {
+FileSet::Attr FileList::Pack(std::uint32_t mtime, std::uint64_t size, std::string_view acl_hash) {
   FileSet::Attr packed{size, mtime, 0};
   StringBuffer::String text;
-  if (acl_hash.empty() || Intern(acl_hash.view(), text) != 0) return packed;
+  if (acl_hash.empty() || Intern(acl_hash, text) != 0) return packed;
   const auto found = acl_index_.try_emplace(text.ptr, static_cast<std::uint32_t>(acl_hash_.size()));
   if (found.second) acl_hash_.push_back(text);
   packed.acl = found.first->second;
@@ -70,9 +82,9 @@ int FileList::AddDirectoryTo(DirNode* parent, std::string_view name, const FileS
   return static_cast<int>(node_.size() - 1);
 }
 
-int FileList::AddDirectoryAt(const ustring& path, const FileSet::Attr& attr) {
+int FileList::AddPackedDirectory(std::string_view path, const FileSet::Attr& attr) {
   SplitPath split;
-  if (!BaseName(path.view(), split)) return -1;
+  if (!BaseName(path, split)) return -1;
   return AddDirectoryTo(MakeDirectories(split.dir), split.name, attr);
 }
 

@@ -104,7 +104,7 @@ class FileList {
   }
   int AddFile(DirNode* parent, const ustring& name, std::uint32_t mtime, std::uint64_t size,
               const ustring& acl_hash) {
-    return AddFileTo(parent, name.view(), Pack(mtime, size, acl_hash));
+    return AddFileTo(parent, name.view(), Pack(mtime, size, acl_hash.view()));
   }
   int AddFile(int parent, const ustring& name, const Attribute& attr) {
     return AddFile(FindNode(parent), name, attr);
@@ -117,14 +117,21 @@ class FileList {
     return AddFile(path, attr.mtime, attr.size, attr.acl_hash);
   }
   int AddFile(const ustring& path, std::uint32_t mtime, std::uint64_t size,
-              const ustring& acl_hash);
+              const ustring& acl_hash) {
+    return AddFileAt(path.view(), mtime, size, acl_hash.view());
+  }
+  int AddFileAt(std::string_view path, std::uint32_t mtime, std::uint64_t size,
+                std::string_view acl_hash);
+  // The same without a look for a file of that name. REQUIRES: there is none, and no directory.
+  int AddNewFileAt(std::string_view path, std::uint32_t mtime, std::uint64_t size,
+                   std::string_view acl_hash);
 
   int AddDirectory(DirNode* parent, const ustring& name, const Attribute& attr) {
     return AddDirectoryTo(parent, name.view(), Pack(attr));
   }
   int AddDirectory(DirNode* parent, const ustring& name, std::uint32_t mtime,
                    const ustring& acl_hash) {
-    return AddDirectoryTo(parent, name.view(), Pack(mtime, 0, acl_hash));
+    return AddDirectoryTo(parent, name.view(), Pack(mtime, 0, acl_hash.view()));
   }
   int AddDirectory(int parent, const ustring& name, const Attribute& attr) {
     return AddDirectory(FindNode(parent), name, attr);
@@ -133,7 +140,13 @@ class FileList {
     return AddDirectory(FindNode(parent), name, mtime, acl_hash);
   }
   int AddDirectory(const ustring& path, const Attribute& attr);
-  int AddDirectory(const ustring& path, std::uint32_t mtime, const ustring& acl_hash);
+  int AddDirectory(const ustring& path, std::uint32_t mtime, const ustring& acl_hash) {
+    return AddDirectoryAt(path.view(), mtime, acl_hash.view());
+  }
+  int AddDirectoryAt(std::string_view path, std::uint32_t mtime, std::string_view acl_hash);
+
+  // Makes room for so many names in the buffer, for a list whose size is known before.
+  void Expect(std::size_t entries) { (void)buf_.reserve(buf_.size() + entries); }
 
   reverse_iterator rbegin() const;
   reverse_iterator rend() const { return reverse_iterator(this, root()); }
@@ -143,14 +156,16 @@ class FileList {
   bool incomplete() const { return incomplete_; }
 
  private:
-  FileSet::Attr Pack(const Attribute& attr) { return Pack(attr.mtime, attr.size, attr.acl_hash); }
-  FileSet::Attr Pack(std::uint32_t mtime, std::uint64_t size, const ustring& acl_hash);
+  FileSet::Attr Pack(const Attribute& attr) {
+    return Pack(attr.mtime, attr.size, attr.acl_hash.view());
+  }
+  FileSet::Attr Pack(std::uint32_t mtime, std::uint64_t size, std::string_view acl_hash);
   void Unpack(const FileSet::Attr& packed, Attribute& attr) const;
 
   int Intern(std::string_view text, StringBuffer::String& out);
   int AddFileTo(DirNode* parent, std::string_view name, const FileSet::Attr& attr);
   int AddDirectoryTo(DirNode* parent, std::string_view name, const FileSet::Attr& attr);
-  int AddDirectoryAt(const ustring& path, const FileSet::Attr& attr);
+  int AddPackedDirectory(std::string_view path, const FileSet::Attr& attr);
   DirNode* FindNode(int handle) const;
   // The directory of that path, made when missing; null when it cannot be.
   DirNode* MakeDirectories(std::string_view dir);

@@ -25,15 +25,19 @@ bool FileSet::Contains(StringBuffer::String name) {
 
 bool FileSet::Add(StringBuffer::String name, const Attr& attr) {
   if (Contains(name)) return false;
+  Append(name, attr);
+  return true;
+}
+
+void FileSet::Append(StringBuffer::String name, const Attr& attr) {
   sorted_ = files_.empty() || (sorted_ && files_.back().name < name);
   files_.push_back({name, attr});
-  if (index_.empty()) return true;
+  if (index_.empty()) return;
   if (files_.size() > index_.size() / 4 * 3) {
     BuildIndex(index_.size() * 2);
   } else {
     index_[FindSlot(name)] = static_cast<std::uint32_t>(files_.size());
   }
-  return true;
 }
 
 const std::vector<FileSet::FileNode>& FileSet::Sorted() {

@@ -26,6 +26,8 @@ class FileSet {
   bool Contains(StringBuffer::String name);
   // False when the name is there.
   bool Add(StringBuffer::String name, const Attr& attr);
+  // The same without a look. REQUIRES: the name is not there.
+  void Append(StringBuffer::String name, const Attr& attr);
 
   // Ascending by name, until the next Add.
   const std::vector<FileNode>& Sorted();

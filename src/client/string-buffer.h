@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -30,6 +31,8 @@ class StringBuffer {
   // Gives the text that equals `text`, taken in now if it is new. `text` holds no NUL. 0, or -1
   // without memory.
   int insert(std::string_view text, String& out);
+  // Makes room for so many texts in all; more may come. 0, or -1 without memory.
+  int reserve(std::size_t count);
 
   std::size_t size() const { return count_; }
 
@@ -49,14 +52,17 @@ class StringBuffer {
   static constexpr int kChunks = 32;
 
   // The slot that holds `text`, or the empty one where it belongs.
-  std::size_t FindSlot(std::string_view text) const;
-  void Grow();
+  std::size_t FindSlot(std::string_view text, std::size_t hash) const;
+  void Grow(std::size_t slots);
   char* Room(std::size_t size);
 
   std::array<Chunk, kChunks> chunk_;
   int used_ = 0;  // chunks in use
   std::size_t next_capacity_;
-  std::vector<const char*> dic_;  // open addressing, a power of two slots, null for empty
+  // Open addressing, a power of two slots. The tag of a slot, 0 for an empty one, is a piece of the
+  // text's hash, so that hardly any text is looked at in vain: each is a miss of the cache.
+  std::vector<std::uint8_t> tag_;
+  std::vector<const char*> dic_;
   std::size_t count_ = 0;
 };
 
