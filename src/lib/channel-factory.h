@@ -1,0 +1,16 @@
+// Which kind of channel leads to a server.
+#pragma once
+
+#include <memory>
+
+#include "lib/channel.h"
+#include "lib/proxy-info.h"
+
+namespace tolven {
+
+// A closed channel that goes through what is given and in use; null for a direct one. A way that
+// this build does not have gives a channel whose Open fails with an error line.
+std::unique_ptr<Channel> CreateChannelByConnectionType(const ProxyInfo* proxy,
+                                                       const TunnelInfo* tunnel);
+
+}  // namespace tolven
