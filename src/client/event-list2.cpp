@@ -162,6 +162,11 @@ void EventList2::ClearLocalEvent() {
   counters_.Reset(false);
 }
 
+bool EventList2::HasLocalRemoval(const ustring& path) const {
+  MutexLock lock(mutex_);
+  return tree_.HasLocalRemovalOnWay(path.view());
+}
+
 void EventList2::TraverseTree() const {
   MutexLock lock(mutex_);
   LogTraversal(tree_, GetServerEventCount(), GetLocalEventCount());

@@ -58,6 +58,9 @@ class EventList2 {
   // Drops every local event, those with workers too.
   void ClearLocalEvent();
 
+  // Whether a removal made here is pending for `path` or for a folder above it.
+  bool HasLocalRemoval(const ustring& path) const;
+
   bool IsEmpty() const { return counters_.AreZero(); }
   int32_t GetServerEventCount() const { return counters_.Get(true); }
   int32_t GetLocalEventCount() const { return counters_.Get(false); }

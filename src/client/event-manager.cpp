@@ -7,6 +7,15 @@
 
 namespace tolven {
 
+namespace {
+
+bool IsAtOrAbove(std::string_view folder, std::string_view path) {
+  if (folder.empty() || folder == "/") return true;
+  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+}  // namespace
+
 EventManager& EventManager::getInstance() {
   static EventManager instance;
   return instance;
@@ -105,6 +114,20 @@ int32_t EventManager::GetAllPendingEventCount(uint64_t sess_id) {
   }
   EVENT_MGR_DEBUG("Pending events of session [%llu] = [%d]\n", sess_id, count);
   return count;
+}
+
+bool EventManager::IsLocalRemovalPending(uint64_t sess_id, const ustring& path) {
+  MutexLock lock(m_lock);
+  // What a task has may have been replaced in the tree.
+  for (const auto& [task, entry] : registry) {
+    const Event& event = entry.processing;
+    if (event.m_type == Event::EV_REMOVE && event.isLocalEvent() && event.m_sess_id == sess_id &&
+        IsAtOrAbove(event.m_path.view(), path.view())) {
+      return true;
+    }
+  }
+  event_pool* const pool = FindPool(sess_id);
+  return pool != nullptr && pool->event_tree.HasLocalRemoval(path);
 }
 
 void EventManager::CountUnappliedServerEvent(uint64_t sess_id) {

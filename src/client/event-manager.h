@@ -67,6 +67,10 @@ class EventManager {
   int32_t GetPendingServerEvent(uint64_t sess_id) EXCLUDES(m_pool_index_lock);
   int32_t GetAllPendingEventCount(uint64_t sess_id) EXCLUDES(m_pool_index_lock);
 
+  // Whether a removal of `path`, or of a folder above it, that was made here waits or is with a
+  // task: that the path is gone then says nothing more.
+  bool IsLocalRemovalPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
+
   // How many server events of the session ended without being applied, ever: those that clearing
   // dropped, and those that were counted. The number outlives the session. A task counts an event
   // before it ends it, so that who sees no pending event sees the count of the last one.

@@ -3,12 +3,59 @@
 #include <algorithm>
 #include <string>
 
+#include "client/core/session-layout.h"
+#include "platform/paths.h"
+
 namespace tolven {
 
 namespace {
 constexpr size_t kLongestPath = 4095;
 constexpr size_t kLongestComponent = 1023;
+
+// A system that takes "\\" for a separator also has drives, streams and names without case.
+bool HasDrives() { return platform::IsPathSeparator('\\'); }
+
+char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool IsWorkingDirectory(std::string_view name, bool ignore_case) {
+  const std::string_view own = kWorkingDirectory;
+  if (!ignore_case) return name == own;
+  return std::equal(name.begin(), name.end(), own.begin(), own.end(),
+                    [](char a, char b) { return Lower(a) == Lower(b); });
+}
 }  // namespace
+
+ustring JoinPath(const ustring& root, std::string_view path) {
+  if (path.empty() || path == "/") return root;
+  std::string joined = root.str();
+  if (!joined.empty() && platform::IsPathSeparator(joined.back())) joined.pop_back();
+  if (path.front() != '/') joined += '/';
+  joined += path;
+  return ustring(std::move(joined));
+}
+
+bool IsPlainName(std::string_view name, bool ignore_case) {
+  const bool drives = HasDrives();
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string_view::npos) {
+    return false;
+  }
+  if (drives && name.find_first_of("\\:") != std::string_view::npos) return false;
+  return !IsWorkingDirectory(name, ignore_case || drives);
+}
+
+bool IsReceivedPath(const ustring& path, bool ignore_case) {
+  std::string_view rest = path.view();
+  if (rest == "/") return true;
+  if (rest.empty() || rest.size() > kLongestPath || !ustring::is_valid(path)) return false;
+  while (!rest.empty()) {
+    if (rest.front() != '/') return false;
+    rest.remove_prefix(1);
+    const std::string_view name = rest.substr(0, rest.find('/'));
+    if (name.size() > kLongestComponent || !IsPlainName(name, ignore_case)) return false;
+    rest.remove_prefix(name.size());
+  }
+  return true;
+}
 
 ustring FileStatusKey(const ustring& local_root, std::string_view path) {
   std::string key = local_root.str();

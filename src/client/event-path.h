@@ -12,6 +12,19 @@ namespace tolven {
 // "/" being the root itself, with "\" as separator and none doubled.
 ustring FileStatusKey(const ustring& local_root, std::string_view path);
 
+// A place below a local folder: `root` itself for "" and "/", else both joined without doubling a
+// separator.
+ustring JoinPath(const ustring& root, std::string_view path);
+
+// Whether a name that a server sent may stand for one component of a path: it names neither
+// nothing, nor a place above or beside its folder, nor the working directory. `ignore_case`: the
+// disk does not tell "A" from "a" whatever the system does.
+bool IsPlainName(std::string_view name, bool ignore_case = false);
+
+// Whether a path that a server sent is "/" or "/a/b" made of plain names, and not longer than what
+// the tree can tell apart.
+bool IsReceivedPath(const ustring& path, bool ignore_case = false);
+
 struct SplitPath {
   std::string_view dir;   // without the last component; read with PathWalker
   std::string_view name;  // the last component

@@ -10,6 +10,11 @@ bool IsPendingChange(const EventNode& node) {
   return node.status != EventStatus::DONE && node.attr.type != Event::EV_REMOVE;
 }
 
+bool IsLocalRemoval(const EventNode* node) {
+  return node != nullptr && node->status != EventStatus::DONE && !node->attr.isServer() &&
+         node->attr.type == Event::EV_REMOVE;
+}
+
 bool HasPendingChild(const EventDirNode& dir) {
   using Files = EventChildList<EventFileNode>;
   for (const EventFileNode* file = dir.files().first(); file != nullptr;
@@ -29,6 +34,19 @@ EventDirNode* EventTree::FindDir(std::string_view dir) const {
     node = node->dirs().Find(name);
   }
   return node;
+}
+
+bool EventTree::HasLocalRemovalOnWay(std::string_view path) const {
+  const EventDirNode* node = root_.get();
+  PathWalker walker(path);
+  while (!IsLocalRemoval(node)) {
+    const std::string_view name = walker.Next();
+    if (name.empty()) return false;
+    if (IsLocalRemoval(node->files().Find(name))) return true;
+    node = node->dirs().Find(name);
+    if (node == nullptr) return false;
+  }
+  return true;
 }
 
 EventDirNode& EventTree::MakeDir(std::string_view dir) {
