@@ -98,6 +98,13 @@ void FileEventDB::DumpEventTable() {
   });
 }
 
+int FileEventDB::hasFiles() {
+  const MutexLock hold(m_dbMutex);
+  return m_db.Query(__LINE__,
+                    "SELECT 1 FROM event_table WHERE fileType = 0 AND isExist = 1 LIMIT 1;",
+                    [](sqlite3_stmt*) {});
+}
+
 int FileEventDB::rmLocalEventInfo(const ustring& path) {
   if (event_db::IsRoot(path)) return 0;
   const std::string where = AtOrBelow(path);

@@ -94,6 +94,7 @@ class FileEventDB {
   int getFileListWithoutRecursive(FileList& list, const ustring& path);
   int getFileListWithoutRecursive(FileList& list, const ustring& path, std::uint64_t syncId);
   void DumpEventTable();
+  int hasFiles();  // whether some existing entry is a file: 1, 0 or -1
 
   // --- removal of rows, with their signatures ---
   // The path and all below it, from event_table and local_filter_table. "/" is left alone.

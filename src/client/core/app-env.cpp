@@ -1,5 +1,6 @@
 // What all tasks share and needs setting up: the environment.
 #include "client/core/app.h"
+#include "client/core/connection-manager.h"
 #include "client/core/registry.h"
 #include "client/core/settings.h"
 #include "client/event-manager.h"
@@ -61,6 +62,7 @@ void TolvenhubApp::destroy_env() {
   BlackList2::getInstance().Destroy();
   EventManager::getInstance().Clear();
   Registry::getInstance().Clear();
+  ConnectionManager::getInstance().clear();
   has_env_ = false;
 }
 

@@ -1,6 +1,10 @@
 // What "get_status" tells.
+#include <vector>
+
 #include "client/core/app.h"
+#include "client/core/connection-manager.h"
 #include "client/core/interruptible-task.h"
+#include "client/event-manager.h"
 
 namespace tolven {
 namespace {
@@ -16,9 +20,31 @@ void TolvenhubApp::get_status(const PObject&, PObject& result) {
   get_worker_status(result["worker_list"]);
 }
 
-void TolvenhubApp::get_session_status(PObject& list) { list.asArray(); }
+void TolvenhubApp::get_session_status(PObject& list) {
+  PObject::array_type& elements = list.asArray();
+  std::vector<Registry::Entry> entries;
+  Registry::getInstance().GetAll(entries);
+  for (const Registry::Entry& entry : entries) {
+    const std::int32_t unfinished =
+        EventManager::getInstance().GetAllPendingEventCount(entry.sess_id);
+    PObject& element = elements.emplace_back();
+    element["connection_id"] = entry.conn_id;
+    element["session_id"] = entry.sess_id;
+    element["unfinished_files"] = unfinished;
+    element["status"] = entry.pause ? "pause" : unfinished == 0 ? "uptodate" : "syncing";
+  }
+}
 
-void TolvenhubApp::get_connection_status(PObject& list) { list.asArray(); }
+void TolvenhubApp::get_connection_status(PObject& list) {
+  PObject::array_type& elements = list.asArray();
+  std::vector<Connection> connections;
+  ConnectionManager::getInstance().get(connections);
+  for (const Connection& connection : connections) {
+    PObject& element = elements.emplace_back();
+    element["connection_id"] = connection.getConnectionInfo().conn_id;
+    element["status"] = connection.isConnected2() ? "connected" : "disconnected";
+  }
+}
 
 void TolvenhubApp::get_worker_status(PObject& list) {
   PObject::array_type& elements = list.asArray();

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "client/core/abort-filter.h"
+#include "client/core/registry.h"
 #include "client/core/task-factory.h"
 #include "lib/shared-pointer.h"
 #include "platform/mutex.h"
@@ -84,18 +85,30 @@ class TolvenhubApp {
   void stop(const PObject& msg, PObject& result);
   void link(const PObject& msg, PObject& result);
   void unlink(const PObject& msg, PObject& result);
-  void pause_session(const PObject& msg, PObject& result);
-  void resume_session(const PObject& msg, PObject& result);
+  int do_link(const PObject& msg, PObject& result);
+  int do_unlink();
+
+  // app-connection.cpp
   void add_connection(const PObject& msg, PObject& result);
   void reload_connection(const PObject& msg, PObject& result);
   void remove_connection(const PObject& msg, PObject& result);
-  void reload_session(const PObject& msg, PObject& result);
+
+  // app-session.cpp
+  void pause_session(const PObject& msg, PObject& result);
+  void resume_session(const PObject& msg, PObject& result);
   void add_session(const PObject& msg, PObject& result);
+  int create_registry_entry(const PObject& params, PObject& result);
   void remove_session(const PObject& msg, PObject& result);
   void remove_one_session(std::uint64_t id, PObject& result);
   void add_event(const PObject& msg, PObject& result);
-  int do_link(const PObject& msg, PObject& result);
-  int do_unlink();
+
+  // app-reload.cpp
+  void reload_session(const PObject& msg, PObject& result);
+  void change_permission(Registry::Entry& entry, bool read_only);
+  void change_permission_mode(Registry::Entry& entry, PermissionMode mode);
+  void change_recursive(Registry::Entry& entry, bool recursive);
+  void remove_all_dir(const ustring& path);
+  void reload_filter(Registry::Entry& entry, PObject& result);
 
   // app-status.cpp
   void get_status(const PObject& msg, PObject& result);

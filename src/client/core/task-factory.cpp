@@ -1,7 +1,9 @@
 #include "client/core/task-factory.h"
 
+#include "client/core/filter-utils.h"
 #include "client/core/idle-task.h"
 #include "client/core/recycle-cleaner.h"
+#include "client/core/syncer.h"
 #include "client/windows/detector-win-vol.h"
 #include "client/windows/detector-win2.h"
 
@@ -13,6 +15,7 @@ TaskTable MakeTasks(std::size_t worker_count) {
   table[TASK_DETECTOR] = std::make_unique<Detector>();
   table[TASK_DETECTOR_VOL] = std::make_unique<DetectorVol>();
   table[TASK_RECYCLE_CLEANER] = std::make_unique<RecycleCleaner>();
+  table[TASK_SYNCER] = std::make_unique<Syncer>(ReplaceFilter);
   return table;
 }
 
