@@ -83,6 +83,7 @@ TEST(ChangeTranslator, TellsWhatEachRecordMeans) {
       {{{4, "old"}, {5, "link"}}, "REMOVE /old"},
       {{{4, "old"}, {5, ".ZentrovaWorkingDirectory/x"}}, "REMOVE /old"},
       {{{4, ".ZentrovaWorkingDirectory/x"}, {5, "f"}}, "ADD /f"},
+      {{{4, "gone"}, {4, ".ZentrovaWorkingDirectory/x"}, {5, "f"}}, "ADD /f"},
       {{{1, ".zentrovaworkingdirectory/x"}}, ""},
       {{{1, "d/.ZentrovaWorkingDirectory"}}, ""},
       {{{1, ".ZentrovaWorkingDirectoryX"}}, "ADD /.ZentrovaWorkingDirectoryX"},

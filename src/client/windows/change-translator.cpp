@@ -84,10 +84,11 @@ int ChangeTranslator::Translate(Event& event, std::uint64_t sess_id, const ustri
   event.m_sess_id = sess_id;
   ustring full = root + "/" + record.name;
   if (!IsGone(action)) {
-    DETECTOR_DEBUG("original full path: '%s', path: '/%s'\n", full, record.name);
+    DETECTOR_DEBUG("original full path: '%s', path: '%s'\n", full, full.view().substr(root.size()));
     const ustring spelled = world_.LongPath(full);
     if (spelled.view().starts_with(root.view())) full = spelled;
-    DETECTOR_DEBUG("converted full path: '%s'\n", full);
+    DETECTOR_DEBUG("converted full path: '%s', path: '%s'\n", full,
+                   full.view().substr(root.size()));
   }
   full = WithSlashes(full);
   const ustring path(full.view().substr(root.size()));
@@ -118,6 +119,8 @@ bool ChangeTranslator::IsFromWorkingDirectory(const ustring& root, const ustring
 }
 
 int ChangeTranslator::EndRenameOutside(Event& event, std::uint32_t action) {
+  // An old name that is not reported leaves its new one alone; what waited before got none.
+  if (Is(action, WatchAction::kRenamedOld)) cache_.erase(event.m_sess_id);
   if (!Is(action, WatchAction::kRenamedNew)) return -1;
   const auto cached = cache_.find(event.m_sess_id);
   if (cached == cache_.end()) return -1;

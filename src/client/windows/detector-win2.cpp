@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "client/core/registry.h"
+#include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
 #include "client/event-manager.h"
 #include "client/windows/detector-log.h"
@@ -35,6 +36,14 @@ std::uint64_t ConnectionOf(std::uint64_t sess_id) {
   return Registry::getInstance().Find(sess_id, entry) == 1 ? entry.conn_id : 0;
 }
 
+// The UI is told once: a proof that fails has told it already.
+void ReportLoss(std::uint64_t sess_id) {
+  Registry::Entry entry;
+  if (Registry::getInstance().Find(sess_id, entry) != 1) return;
+  if (entry.root_proof != nullptr && !entry.root_proof->IsProved()) return;
+  UI_IPC::ReportSessionErrorToUI(entry.conn_id, sess_id, ErrorCodes::ERR_WATCH_VOL_UMOUNT);
+}
+
 }  // namespace
 
 Detector::Detector() : translator_(world_, PrivateDirs()) {}
@@ -50,12 +59,12 @@ Detector::~Detector() {
 int Detector::AddWatch(const ustring& path, std::uint64_t sess_id) {
   session_info info;
   info.path = path;
-  CreateWorkingDirectory(path);
   const platform::Status status = platform::dir_watch().Open(path, kWorkingDirectory, info.watch);
   if (!status.ok()) {
     DETECTOR_ERROR("CreateFile(%s): Error code: %d\n", path, status.code);
     return -1;
   }
+  CreateWorkingDirectory(path);
   const MutexLock hold(lock);
   info.generation = ++last_generation_;
   index.try_emplace(sess_id, std::move(info));
@@ -152,14 +161,13 @@ void Detector::Lose(std::uint64_t sess_id, session_info& info, const platform::S
   info.read_buffer.clear();
   info.next_try = Now() + kTryAgainMilliseconds;
   translator_.Forget(sess_id);
-  UI_IPC::ReportSessionErrorToUI(ConnectionOf(sess_id), sess_id, ErrorCodes::ERR_WATCH_VOL_UMOUNT);
+  ReportLoss(sess_id);
 }
 
 void Detector::BeginRescans(std::uint64_t sess_id, session_info& info) {
   DETECTOR_ERROR(
       "session %llu: not all folders of '%s' can be watched, the limit is reached (%s). The "
-      "session "
-      "is rescanned every 10 minutes.\n",
+      "session is rescanned every 10 minutes.\n",
       sess_id, info.path, platform::dir_watch().LimitHint());
   UI_IPC::ReportSessionErrorToUI(ConnectionOf(sess_id), sess_id, ErrorCodes::ERR_SYS);
   info.next_rescan = Now() + kRescanMilliseconds;
@@ -221,6 +229,7 @@ void Detector::Rearm(std::uint64_t sess_id, const ustring& path, std::uint64_t g
   if (!IsRootProved(sess_id, path)) return;
   std::shared_ptr<platform::DirWatch> watch;
   if (!platform::dir_watch().Open(path, kWorkingDirectory, watch).ok()) return;
+  if (!IsRootProved(sess_id, path)) return;  // it went away again meanwhile
   world_.RecreateWorkingDirectory(sess_id, path);
   const MutexLock hold(lock);
   const auto found = index.find(sess_id);
