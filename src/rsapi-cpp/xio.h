@@ -32,6 +32,9 @@ struct fd_aio_t {
 
 using fd_ssize_t = std::ptrdiff_t;
 
+// The system's number of this thread's last failure here.
+int fd_error();
+
 bool fd_is_open(const fd_t& fd);
 // An existing file, shared with everyone.
 int fd_open_read(const ustring& path, fd_t& fd);

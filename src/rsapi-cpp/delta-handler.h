@@ -1,0 +1,67 @@
+// Writes a delta that makes the bytes of a pass out of the file that a signature is of.
+//
+// A window of one block goes over the bytes. Where the signature has a block with the window's weak
+// and strong sums (the lowest such block counts), a copy begins, and the window goes on block by
+// block as long as the next window is the next block of the basis; elsewhere it goes on byte by
+// byte and what it leaves behind is a literal. Both end with the piece that update() is given. A
+// tail shorter than a block is never looked up.
+//
+// Strong sums are made only of windows whose weak sum was found, several at a time: of the windows
+// that would continue a copy, and, once a weak sum has deceived, of the next ones to be found.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "rsapi-cpp/handler-output.h"
+#include "rsapi-cpp/handler.h"
+#include "rsapi-cpp/signature-index.h"
+
+namespace tolven {
+
+class DeltaHandler : public Handler {
+ public:
+  DeltaHandler(const ustring& delta_file, const ustring& signature_file)
+      : delta_file_(delta_file), signature_file_(signature_file) {}
+
+  int begin() override;
+  int update(const void* data, std::size_t size) override;
+  int wait() override;
+  int end() override;
+
+ private:
+  // A window whose weak sum the signature has.
+  struct Candidate {
+    std::size_t position;
+    std::uint32_t weak_sum;
+  };
+  struct Piece {
+    const std::uint8_t* data;
+    std::size_t last;  // where the last whole window begins
+  };
+
+  // Writes commands for the piece and returns where its unused tail begins.
+  std::size_t scan(const std::uint8_t* data, std::size_t size);
+  // How many windows from `position` on continue the copy under way, which takes them.
+  std::size_t extendMatch(const Piece& piece, std::size_t position);
+  // The first window at or behind `position` that begins a copy, and begins it; npos for none.
+  std::size_t findMatch(const Piece& piece, std::size_t position);
+  // Adds the windows at [position, position + count) whose weak sums the signature has.
+  void collectCandidates(const Piece& piece, std::size_t position, std::size_t count);
+  // Looks up the first `count` candidates and drops them; npos when none begins a copy.
+  std::size_t tryCandidates(const Piece& piece, std::size_t count);
+  void clearMatch();
+  void appendLiteral(const std::uint8_t* data, std::size_t size);
+
+  const ustring delta_file_, signature_file_;
+  HandlerOutput output_;
+  SignatureIndex index_;
+  std::vector<std::uint8_t> read_buffer_;          // the tail of the pieces so far
+  std::vector<std::uint8_t> write_buffer_;         // commands on their way to the file
+  std::size_t match_start_ = 0, match_count_ = 0;  // blocks of the copy under way
+  std::vector<Candidate> candidates_;
+  std::size_t try_together_ = 1;               // grows with each deception, falls with a match
+  std::uint32_t window_a_ = 0, window_b_ = 0;  // the sums of the search's next window
+};
+
+}  // namespace tolven
