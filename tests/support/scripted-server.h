@@ -33,10 +33,10 @@ class ScriptedServer {
   }
   ~ScriptedServer() {
     stop_ = 1;
-    platform::sockets().ShutDown(listener_);
+    (void)platform::sockets().ShutDown(listener_);
     acceptor_.join();
     for (std::thread& connection : connections_) connection.join();
-    platform::sockets().Close(listener_);
+    (void)platform::sockets().Close(listener_);
   }
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
