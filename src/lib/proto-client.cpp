@@ -1,5 +1,8 @@
 #include "lib/proto-client.h"
 
+#include <memory>
+
+#include "lib/channel-factory.h"
 #include "lib/error-table.h"
 #include "lib/log.h"
 #include "lib/proto-section.h"
@@ -30,18 +33,26 @@ bool TellsWho(const PObject& request) {
 
 int RunProtocol(Channel& ch, PStream& stream, std::uint8_t cmd, const PObject& request,
                 PObject& response) {
+  const bool traces = Logger::IsEnabled(Logger::L_DEBUG, kCategory);
+  const KeepAlive keep_alive(response);
   int code = ProtoWriteHeader(ch, 0, cmd);
   if (code < 0) return StreamFailed(__LINE__, code);
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] proto-client(%d): <<< %s\n", __LINE__,
-                 request.toString());
+  if (traces) {
+    Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] proto-client(%d): <<< %s\n", __LINE__,
+                   request.toString());
+  }
   code = stream.Send(ch, request);
   if (code < 0) return StreamFailed(__LINE__, code);
-  do {
+  for (;;) {
     code = stream.Recv(ch, response);
     if (code < 0) return StreamFailed(__LINE__, code);
-  } while (TakeKeepAlive(response));
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] proto-client(%d): >>> %s\n", __LINE__,
-                 response.toString());
+    if (!keep_alive.Take(response)) break;
+    Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] proto-client(%d): keep alive\n", __LINE__);
+  }
+  if (traces) {
+    Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] proto-client(%d): >>> %s\n", __LINE__,
+                   response.toString());
+  }
   return 0;
 }
 
@@ -56,6 +67,18 @@ int ProtoTestConnection(Channel& ch, std::uint8_t& version, ustring& serial, ust
   if (code >= 0) code = ProtoReadSection(ch, SPROTO_ID_SERIAL_NUMBER, serial);
   if (code >= 0) code = ProtoReadSection(ch, SPROTO_ID_SERVER_ID, servID);
   return code < 0 ? code : 0;
+}
+
+int ProtoTestConnectionProxyTunnel(const char* ip, int port, const ProxyInfo* proxy,
+                                   const TunnelInfo* tunnel, bool use_ssl, std::uint8_t& version,
+                                   ustring& serial, ustring& servID) {
+  const std::unique_ptr<Channel> channel = CreateChannelByConnectionType(proxy, tunnel);
+  int code = ProtoConnect(*channel, ip, port);
+  if (code >= 0 && use_ssl) code = ProtoWriteSSLServiceRequest2(*channel, SSLServiceReq());
+  if (code >= 0 && use_ssl) code = channel->ConvertToSSLChannel(false);
+  if (code >= 0) code = ProtoTestConnection(*channel, version, serial, servID);
+  ProtoDisconnect(*channel);
+  return code;
 }
 
 int ProtoWriteCheckUser(Channel& ch, const ustring& username, const ustring& password) {

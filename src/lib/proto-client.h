@@ -6,6 +6,7 @@
 
 #include "lib/channel.h"
 #include "lib/proto-common.h"
+#include "lib/proxy-info.h"
 #include "protocol/object.h"
 #include "protocol/stream.h"
 #include "ustring/ustring.h"
@@ -19,6 +20,10 @@ int RunProtocol(Channel& ch, PStream& stream, std::uint8_t cmd, const PObject& r
 
 // What a server tells of itself before anybody has logged in.
 int ProtoTestConnection(Channel& ch, std::uint8_t& version, ustring& serial, ustring& servID);
+// The same on a channel of its own, which leads there through what is given and in use.
+int ProtoTestConnectionProxyTunnel(const char* ip, int port, const ProxyInfo* proxy,
+                                   const TunnelInfo* tunnel, bool use_ssl, std::uint8_t& version,
+                                   ustring& serial, ustring& servID);
 // Asks whether a user may log in; the answer is read by ProtoReadResponse.
 int ProtoWriteCheckUser(Channel& ch, const ustring& username, const ustring& password);
 

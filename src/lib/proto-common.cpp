@@ -2,8 +2,9 @@
 
 #include <array>
 #include <atomic>
-#include <cstdio>
+#include <charconv>
 #include <string>
+#include <string_view>
 
 #include "lib/error-table.h"
 #include "lib/proto-log.h"
@@ -34,14 +35,29 @@ int WriteVersion(Channel& ch, int sec, const Version& version) {
               std::to_string(version.build)));
 }
 
+// The number that `text` begins with, and the character behind it; '\0' asks for none.
+bool TakeNumber(std::string_view& text, char behind, std::uint32_t& number) {
+  const char* const end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc()) return false;
+  text.remove_prefix(static_cast<std::size_t>(rest - text.data()));
+  if (behind == '\0') return true;
+  if (text.empty() || text.front() != behind) return false;
+  text.remove_prefix(1);
+  return true;
+}
+
 template <class Version>
 int ReadVersion(Channel& ch, int sec, Version& version) {
-  ustring text;
-  if (const int code = ProtoReadSection(ch, sec, text); code < 0) return code;
-  if (std::sscanf(text.c_str_utf8(), "%9u.%9u.%9u", &version.major, &version.minor,
-                  &version.build) != 3) {
+  ustring section;
+  if (const int code = ProtoReadSection(ch, sec, section); code < 0) return code;
+  std::string_view text = section.view();
+  Version read;
+  if (!TakeNumber(text, '.', read.major) || !TakeNumber(text, '.', read.minor) ||
+      !TakeNumber(text, '\0', read.build)) {
     return PROTO_COMMON_FAIL("ReadVersion", kMalformed);
   }
+  version = read;
   return 0;
 }
 
@@ -54,6 +70,22 @@ int RefusalOfTls(std::uint32_t code) {
       return ErrorCodes::ERR_VERSION;
     default:
       return ErrorCodes::ERR_SYS;
+  }
+}
+
+// Makes `tree` equal to `prepared`, which is as flat as callers write trees. Payloads stay where
+// they are: callers may point at them.
+void Restore(const PObject& prepared, PObject& tree) {
+  if (prepared.type() != tree.type()) {
+    tree = prepared;
+  } else if (prepared.isMap()) {
+    std::erase_if(tree.asMap(),
+                  [&](const auto& member) { return !prepared.hasMember(member.first); });
+    for (const auto& [key, value] : prepared.asMap()) Restore(value, tree[key]);
+  } else if (prepared.isBinary()) {
+    tree.asBinary() = prepared.asBinary();
+  } else {
+    tree = prepared;
   }
 }
 
@@ -239,12 +271,13 @@ int ProtoWriteSSLServiceRequest2(Channel& ch, const SSLServiceReq& req) {
   request["ssl_option"] = req.ssl_option;
   if (const int code = ProtoWriteHeader(ch, 0, SCMD_REQUEST_SSL_2); code < 0) return code;
   PStream stream;
+  const KeepAlive keep_alive(response);
   int code = stream.Send(ch, request);
   if (code < 0) return StreamFailed(__LINE__, code);
   do {
     code = stream.Recv(ch, response);
     if (code < 0) return StreamFailed(__LINE__, code);
-  } while (TakeKeepAlive(response));
+  } while (keep_alive.Take(response));
   const PObject& answer = response;
   return answer.hasMember("error") ? RefusalOfTls(answer["error"]["code"].asUInt32()) : 0;
 }
@@ -283,11 +316,14 @@ void InitRequest(PObject& request, const std::string& action) {
   agent["version"]["build"] = 3317;
 }
 
-bool TakeKeepAlive(PObject& response) {
-  const PObject& answer = response;
-  if (answer["type"].asString() != "keep_alive") return false;
-  response.asMap().erase("type");
-  response.asMap().erase("alive");
+bool KeepAlive::Take(PObject& response) const {
+  const PObject& object = response;
+  if (object["type"].asStringView() != "keep_alive") return false;
+  Restore(prepared_, response);
+  if (response.isMap()) {
+    response.asMap().erase("type");
+    response.asMap().erase("alive");
+  }
   return true;
 }
 

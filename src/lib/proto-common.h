@@ -70,14 +70,14 @@ struct View {
   ustring name;
 };
 struct ProtocolVersion {
-  std::uint32_t major = 0, minor = 0, build = 0;
+  std::uint32_t major = 3, minor = 1, build = 3317;
 };
 struct FilterVersion {
   std::uint32_t major = 0, minor = 0, build = 0;
 };
 struct SSLServiceReq {
   ProtocolVersion proto_ver;
-  std::uint32_t ssl_option = 0;
+  std::uint32_t ssl_option = 1;
 };
 struct SSLServiceResponse {
   std::uint8_t response_code = 0;
@@ -122,8 +122,17 @@ int ProtoReadFile2(Channel& ch, bool& is_delta, const ustring& path, std::uint64
 // Starts a request in object form: what is wanted, and who wants it.
 void InitRequest(PObject& request, const std::string& action);
 
-// Whether an object only says that the peer still works on the answer. If so, what made it one is
-// taken out again: the next object is read into the same map.
-bool TakeKeepAlive(PObject& response);
+// Tells the objects that only say that the peer still works on the answer. One object for each
+// answer, made before anything is read into `response`.
+class KeepAlive {
+ public:
+  explicit KeepAlive(const PObject& response) : prepared_(response) {}
+  // Whether a keep-alive was read into `response`. If so, nothing is left of it, since the next
+  // object is read into the same tree; what the caller had put there stays.
+  bool Take(PObject& response) const;
+
+ private:
+  const PObject prepared_;
+};
 
 }  // namespace tolven

@@ -13,6 +13,12 @@ namespace {
 // How often somebody who waits looks at the abort flag.
 constexpr std::chrono::milliseconds kLook{100};
 
+void LogReset(std::size_t capacity) {
+  Logger::LogMsg(Logger::L_INFO, "connection_debug",
+                 L"[INFO] connection(%d): reset channel pool with capacity %lu\n", __LINE__,
+                 capacity);
+}
+
 bool IsAborted(const std::atomic<int>* abort_flag) {
   return abort_flag != nullptr && *abort_flag != 0;
 }
@@ -23,6 +29,8 @@ ChannelPool::ChannelPool(std::size_t capacity, const ProxyInfo* proxy, const Tun
   const MutexLock hold(lock);
   Fill(capacity, proxy, tunnel);
 }
+
+ChannelPool::~ChannelPool() { LogReset(0); }
 
 ChannelPool::ChannelStat ChannelPool::pop(const std::atomic<int>* abort_flag) {
   const MutexLock hold(lock);
@@ -64,9 +72,7 @@ void ChannelPool::update(const ChannelStat& stat) {
 void ChannelPool::reset(std::size_t capacity, const ProxyInfo* proxy, const TunnelInfo* tunnel,
                         const std::function<void()>& exchange) {
   const MutexLock hold(lock);
-  Logger::LogMsg(Logger::L_INFO, "connection_debug",
-                 L"[INFO] connection(%d): reset channel pool with capacity %lu\n", __LINE__,
-                 capacity);
+  LogReset(capacity);
   freeze_mode = true;
   while (ready_q.size() != total_size) return_signal.Wait(lock);
   ready_q = {};

@@ -25,8 +25,8 @@ class ChannelPool {
   using ChannelStat = Connection::ChannelStat;
 
   ChannelPool(std::size_t capacity, const ProxyInfo* proxy, const TunnelInfo* tunnel);
-  // REQUIRES: no channel is out.
-  ~ChannelPool() = default;
+  // Closes all channels; nobody has one any more.
+  ~ChannelPool();
   ChannelPool(const ChannelPool&) = delete;
   ChannelPool& operator=(const ChannelPool&) = delete;
 

@@ -159,20 +159,27 @@ int ProtocolClient::ConvertToSsl(Channel& ch) {
 }
 
 int ProtocolClient::Send(Channel& ch, std::uint8_t cmd, const PObject& request, PObject& response) {
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] protocol-client(%d): Send Request: %s\n",
-                 __LINE__, request.toString());
+  const bool traces = Logger::IsEnabled(Logger::L_DEBUG, kCategory);
+  if (traces) {
+    Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] protocol-client(%d): Send Request: %s\n",
+                   __LINE__, request.toString());
+  }
   if (!default_receive_location.empty()) stream->SetDefaultRecvLocation(default_receive_location);
   ch.SetFlag(send_abort_flag);
   const int code = SendAndReceive(ch, cmd, request, response);
   ch.SetTimeout(kSendSeconds);
   ch.SetFlag(nullptr);
-  Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] protocol-client(%d): Receive response: %s\n",
-                 __LINE__, response.toString());
+  if (traces) {
+    Logger::LogMsg(Logger::L_DEBUG, kCategory,
+                   L"[DEBUG] protocol-client(%d): Receive response: %s\n", __LINE__,
+                   response.toString());
+  }
   return code;
 }
 
 int ProtocolClient::SendAndReceive(Channel& ch, std::uint8_t cmd, const PObject& request,
                                    PObject& response) {
+  const KeepAlive keep_alive(response);
   int code = ProtoWriteHeader(ch, 0, cmd);
   if (code < 0) {
     Fail(__LINE__, L"[ERROR] protocol-client(%d): Failed to send protocol header. (code: %d)\n",
@@ -194,9 +201,11 @@ int ProtocolClient::SendAndReceive(Channel& ch, std::uint8_t cmd, const PObject&
           Fail(__LINE__, L"[ERROR] protocol-client(%d): Failed to receive response. (code: %d)\n",
                code));
     }
-    if (!TakeKeepAlive(response)) return 0;
+    if (!keep_alive.Take(response)) return 0;
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] protocol-client(%d): Get channel keepalive message.\n", __LINE__);
+    // A peer that sends them without a pause never lets the channel wait and look at the flag.
+    if (IsAborted()) return ERR_INT;
   }
 }
 

@@ -109,9 +109,11 @@ int Syncer::RunProtocol(Channel& channel, std::uint8_t command, const PObject& r
     SYNCER_ERROR("Syncer: RunProtocol(%s): failed to send request (%d)\n", action, code);
   } else {
     channel.SetTimeout(kAnswerSeconds);
+    const KeepAlive keep_alive(response);
     do {
-      code = stream.Recv(channel, response);
-    } while (code >= 0 && TakeKeepAlive(response));
+      // A peer that sends them without a pause never lets the channel look at the flag.
+      code = abort_flag != 0 ? PStream::ERR_IO : stream.Recv(channel, response);
+    } while (code >= 0 && keep_alive.Take(response));
     if (code < 0) {
       SYNCER_ERROR("Syncer: RunProtocol(%s): failed to recv response (%d)\n", action, code);
     }
