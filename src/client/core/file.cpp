@@ -1,6 +1,7 @@
 #include "client/core/file.h"
 
 #include "lib/temp-file.h"
+#include "platform/paths.h"
 
 namespace tolven {
 
@@ -12,6 +13,12 @@ File::File(const ustring& file_path, bool case_sensitive)
 bool File::Stat() {
   file_info = FILE_INFO();
   return !path.empty() && FSStat(path, file_info, is_case_sensitive) >= 0;
+}
+
+ustring File::GetName() const {
+  std::size_t begin = path.size();
+  while (begin > 0 && !platform::IsPathSeparator(path[begin - 1])) --begin;
+  return path.substr(begin);
 }
 
 bool File::Delete() {

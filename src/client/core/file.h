@@ -27,7 +27,7 @@ class File {
   std::uint32_t GetUid() const { return file_info.uid; }
   std::uint32_t GetGid() const { return file_info.gid; }
   std::uint32_t GetMode() const { return file_info.mode; }
-  const ustring& GetName() const { return file_info.name; }
+  ustring GetName() const;  // the last component of the path
   const ustring& GetPath() const { return path; }
 
   // Whether it could be opened so just now, asked each time. True for what does not exist.
