@@ -31,9 +31,9 @@ class Report {
 
   void Sent(std::uint64_t block, std::uint64_t bytes) {
     if (block < next_) return;
+    next_ = block + kBlocksPerReport + 1;
     const std::int64_t now = platform::clock().MonotonicMilliseconds();
     if (now - start_ < 1000) return;
-    next_ = block + kBlocksPerReport + 1;
     Logger::LogMsg(
         Logger::L_INFO, kCategory,
         L"[INFO] proto-common(%d): FileTransfer: %llu/%llu KB, speed: %lf Kb/s\n", __LINE__,

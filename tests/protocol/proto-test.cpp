@@ -241,6 +241,22 @@ TEST(ProtoTest, RunsExchangesOnAChannelOfTheCallers) {
   Input refused(header + Bytes({12}));
   EXPECT_EQ(ProtoTestConnection(refused, version, serial, server), Errors::ERR_AUTH);
 
+  ScriptedPeer peer([](Visitor& visitor) {
+    std::string asked(8, '\0');
+    if (visitor.channel.Read(asked.data(), asked.size()) != 0) return;
+    EXPECT_EQ(asked[5], SCMD_TEST_CONN);
+    visitor.Write(asked + Bytes({1, 1, 28, 71, 27, 0, 0, 29, 0, 1, 'j'}));
+    visitor.Stall();
+  });
+  const auto test = [&](const TunnelInfo& tunnel) {
+    return ProtoTestConnectionProxyTunnel("127.0.0.1", peer.port(), nullptr, &tunnel, false,
+                                          version, serial, server);
+  };
+  EXPECT_EQ(test({false, "192.0.2.1", 1}), 0);
+  EXPECT_EQ(server, "j");
+  EXPECT_EQ(test({true, "192.0.2.1", 1}), Errors::ERR_IO);  // not in this build
+  EXPECT_EQ(peer.accepted(), 1);
+
   PStream stream;
   MemoryChannel unused;
   PObject request, response;
