@@ -99,7 +99,7 @@ std::size_t DeltaHandler::extendMatch(const Piece& piece, std::size_t position) 
   const std::size_t block = index_.blockSize(), next = match_start_ + match_count_;
   const std::size_t fitting = (piece.last - position) / block + 1;
   const std::size_t limit = std::min({simd::kMaxLanes, fitting, index_.count() - next});
-  const std::uint8_t* windows[simd::kMaxLanes];
+  const std::uint8_t* windows[simd::kMaxLanes] = {};
   std::size_t likely = 0;
   for (; likely < limit; ++likely) {
     windows[likely] = piece.data + position + likely * block;
@@ -171,7 +171,7 @@ void DeltaHandler::collectCandidates(const Piece& piece, std::size_t position, s
 }
 
 std::size_t DeltaHandler::tryCandidates(const Piece& piece, std::size_t count) {
-  const std::uint8_t* windows[simd::kMaxLanes];
+  const std::uint8_t* windows[simd::kMaxLanes] = {};
   StrongSum strong[simd::kMaxLanes];
   for (std::size_t i = 0; i < count; ++i) windows[i] = piece.data + candidates_[i].position;
   simd::Md4Many(simd::Best(), windows, count, index_.blockSize(), strong[0]);
