@@ -1,0 +1,120 @@
+#include "server/store/file-content-store.h"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <memory>
+#include <vector>
+
+#include "lib/file-op.h"
+#include "lib/log.h"
+#include "platform/files.h"
+
+namespace tolven::server {
+
+namespace {
+
+constexpr std::size_t kReadSize = 256 * 1024;
+constexpr std::size_t kFolderDigits = 2;
+
+struct DigestDeleter {
+  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+// The SHA-256 of an open file's bytes, and their count. False when they cannot be read.
+bool Hash(platform::NativeFile file, std::string& sha256, std::uint64_t& size) {
+  const std::unique_ptr<EVP_MD_CTX, DigestDeleter> digest(EVP_MD_CTX_new());
+  if (digest == nullptr || EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr) != 1) {
+    return false;
+  }
+  std::vector<char> buffer(kReadSize);
+  size = 0;
+  for (std::size_t got = 1; got != 0; size += got) {
+    if (!platform::files().Read(file, buffer.data(), buffer.size(), got).ok()) return false;
+    if (EVP_DigestUpdate(digest.get(), buffer.data(), got) != 1) return false;
+  }
+  std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
+  unsigned count = 0;
+  if (EVP_DigestFinal_ex(digest.get(), bytes.data(), &count) != 1) return false;
+  sha256.clear();
+  for (unsigned i = 0; i < count; ++i) {
+    sha256 += "0123456789abcdef"[bytes[i] >> 4];
+    sha256 += "0123456789abcdef"[bytes[i] & 15];
+  }
+  return true;
+}
+
+int Fail(int line, const ustring& path) {
+  Logger::LogMsg(Logger::L_ERR, "server", L"[ERROR] content-store(%d): '%s' could not be stored\n",
+                 line, path);
+  return -1;
+}
+
+void ListFolder(const ustring& path, std::vector<ustring>& names) {
+  DIR_HANDLE folder;
+  FSOpenDir(path, 0, folder);
+  DIR_ENTRY entry;
+  while (FSReadDir(folder, entry) == 1) {
+    if (entry.name != "." && entry.name != "..") names.push_back(entry.name);
+  }
+  FSCloseDir(folder);
+}
+
+}  // namespace
+
+FileContentStore::FileContentStore(ustring folder) : folder_(std::move(folder)) {}
+
+int FileContentStore::Open() { return FSMKDir(folder_, true) == 0 ? 0 : -1; }
+
+ustring FileContentStore::PathOf(const std::string& sha256) {
+  if (sha256.size() <= kFolderDigits) return {};
+  return folder_ + "/" +
+         ustring(sha256.substr(0, kFolderDigits) + "/" + sha256.substr(kFolderDigits));
+}
+
+int FileContentStore::Add(const ustring& file, const std::string& md4, Content& content) {
+  platform::Files& files = platform::files();
+  platform::ScopedFile open;
+  if (!files.Open(file, platform::OpenMode::kModify, *open.receive()).ok()) {
+    return Fail(__LINE__, file);
+  }
+  content = Content();
+  content.md4 = md4;
+  if (!Hash(open.get(), content.sha256, content.size)) return Fail(__LINE__, file);
+  const ustring target = PathOf(content.sha256);
+  FILE_INFO there;
+  if (FSStat(target, there, false) == 0 && there.isExist && there.size == content.size) {
+    open.Reset();
+    FSRemove(file, false);
+    return 0;
+  }
+  if (!files.Sync(open.get()).ok()) return Fail(__LINE__, file);
+  open.Reset();
+  const ustring folder(target.view().substr(0, target.view().rfind('/')));
+  if (FSMKDir(folder, true) != 0 || FSRename(file, target, true) != 0) return Fail(__LINE__, file);
+  return 0;
+}
+
+int FileContentStore::Verify(const Content& content) {
+  platform::ScopedFile open;
+  const platform::Status status =
+      platform::files().Open(PathOf(content.sha256), platform::OpenMode::kRead, *open.receive());
+  if (status.is(platform::ErrorKind::kNotFound)) return 0;
+  std::string sha256;
+  std::uint64_t size = 0;
+  if (!status.ok() || !Hash(open.get(), sha256, size)) return -1;
+  return sha256 == content.sha256 && size == content.size ? 1 : 0;
+}
+
+int FileContentStore::List(const std::function<void(const std::string&)>& use) {
+  std::vector<ustring> folders;
+  ListFolder(folder_, folders);
+  for (const ustring& folder : folders) {
+    std::vector<ustring> names;
+    ListFolder(folder_ + "/" + folder, names);
+    for (const ustring& name : names) use(folder.str() + name.str());
+  }
+  return 0;
+}
+
+}  // namespace tolven::server

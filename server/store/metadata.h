@@ -1,0 +1,111 @@
+// What the server knows of users, sessions and views, and every version of every object. The
+// protocol side sees this alone, so that another store can take the place of the one on disk.
+//
+// Operations may be called from any thread. Lookups give 1 found, 0 not found, -1 failed; listings
+// 0 or -1. A change is durable when its call returns, or has not happened.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ustring/ustring.h"
+
+namespace tolven::server {
+
+struct User {
+  std::uint64_t id = 0;
+  std::string name;
+  std::uint32_t uid = 0;
+  std::vector<std::uint32_t> groups;
+  bool is_admin = false;
+};
+
+struct View {
+  std::uint64_t id = 0;
+  std::string name;
+  std::uint64_t quota = 0;  // bytes; 0: none
+  bool read_only = false;
+};
+
+// A file's bytes.
+struct Content {
+  std::uint64_t id = 0;  // 0 until some object has had it
+  std::uint64_t size = 0;
+  std::string md4, sha256;  // lower-case hexadecimal
+};
+
+// One version of an object.
+struct Node {
+  std::string path;  // "/" or "/a/b"
+  bool is_dir = false, is_removed = false;
+  std::uint64_t sync_id = 0;  // number of its last change
+  std::uint64_t max_id = 0;   // of a folder the highest at or below it, else sync_id
+  Content content;
+  std::uint32_t mtime = 0;  // seconds since 1970
+  bool exec_bit = true;
+  std::uint32_t uid = 0, gid = 0, mode = 1877;
+  std::string acl;  // access list as text
+};
+
+struct Profile {
+  std::string name;  // a plain file name
+  std::string md5;   // of its content, lower-case hexadecimal
+  ustring file;      // where it lies
+};
+
+enum class Outcome {
+  kDone,
+  kFailed,
+  kNoBase,       // the version that was to be replaced is of an object that is gone
+  kBaseChanged,  // it is not the current one any more
+  kConflict,     // a new path is taken, or a folder on its way is a file
+  kQuota,
+  kNotFound,
+  kModified,  // what is to be removed is newer than the client knows
+};
+
+struct Put {
+  std::string path;
+  bool is_dir = false;
+  std::uint64_t base = 0;  // number of the version that this replaces; 0: the path is new
+  Content content;         // of a file; its bytes are in the content store already
+  std::optional<std::uint32_t> mtime;  // unset: as before
+  std::optional<bool> exec_bit;
+  std::uint32_t uid = 0;  // of who does it
+};
+
+class Metadata {
+ public:
+  virtual ~Metadata() = default;
+
+  virtual int FindSession(const std::string& token, User& user) = 0;
+  virtual int FindUser(const std::string& name, User& user) = 0;
+  virtual int FindView(std::uint64_t id, View& view) = 0;
+  // The last version of a path, which may be that of its removal.
+  virtual int FindNode(std::uint64_t view, const std::string& path, Node& node) = 0;
+  // One that is kept, the current one included.
+  virtual int FindVersion(std::uint64_t view, const std::string& path, std::uint64_t sync_id,
+                          Node& node) = 0;
+  // Last versions at and below `folder` with numbers above `after`, ascending, at most `limit`.
+  virtual int ListChanges(std::uint64_t view, const std::string& folder, std::uint64_t after,
+                          std::size_t limit, std::vector<Node>& out) = 0;
+  virtual int ListProfiles(std::uint64_t user, std::vector<Profile>& out) = 0;
+  // A content that some version in the view has.
+  virtual int FindKnownContent(std::uint64_t view, const std::string& md4, std::uint64_t size,
+                               Content& content) = 0;
+  virtual int UsedBytes(std::uint64_t view, std::uint64_t& bytes) = 0;
+
+  // Makes a version, with the folders that are missing on its way. An object of the other kind is
+  // replaced, a folder with all below it. A new path that holds the same already is done.
+  virtual Outcome PutNode(std::uint64_t view, const Put& put, Node& made) = 0;
+  // Removes an object, a folder with all below it, unless a file is not at `sync_id`, or something
+  // below a folder is above `max_id`.
+  virtual Outcome RemoveNode(std::uint64_t view, const std::string& path, std::uint64_t sync_id,
+                             std::uint64_t max_id, Node& removed) = 0;
+  // Objects at and below `folder` that have an access list of their own.
+  virtual int ListRuled(std::uint64_t view, const std::string& folder, std::vector<Node>& out) = 0;
+};
+
+}  // namespace tolven::server

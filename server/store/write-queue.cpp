@@ -1,0 +1,41 @@
+#include "server/store/write-queue.h"
+
+namespace tolven::server {
+
+bool WriteQueue::Run(const Change& change) {
+  Waiter own{change};
+  mutex_.lock();
+  waiting_.push_back(&own);
+  while (busy_ && !own.done) ended_.Wait(mutex_);
+  if (!own.done) {
+    busy_ = true;
+    std::deque<Waiter*> batch;
+    batch.swap(waiting_);
+    mutex_.unlock();
+    RunBatch(batch);
+    mutex_.lock();
+    for (Waiter* const waiter : batch) waiter->done = true;
+    busy_ = false;
+    ended_.NotifyAll();
+  }
+  mutex_.unlock();
+  return own.kept;
+}
+
+void WriteQueue::RunBatch(std::deque<Waiter*>& batch) {
+  bool durable = db_.Execute("BEGIN IMMEDIATE;");
+  for (Waiter* const waiter : batch) waiter->kept = durable && RunOne(*waiter);
+  durable = durable && db_.Execute("COMMIT;");
+  if (durable) return;
+  (void)db_.Execute("ROLLBACK;");
+  for (Waiter* const waiter : batch) waiter->kept = false;
+}
+
+bool WriteQueue::RunOne(Waiter& waiter) {
+  if (!db_.Execute("SAVEPOINT one;")) return false;
+  const bool stands = waiter.change(db_);
+  if (!stands) (void)db_.Execute("ROLLBACK TO one;");
+  return db_.Execute("RELEASE one;") && stands;
+}
+
+}  // namespace tolven::server
