@@ -13,8 +13,6 @@
 #include "rsapi-cpp/delta-file-reader.h"
 #include "rsapi-cpp/simple-file-reader.h"
 #include "server-proto/driver.h"
-#include "server/store/content-store.h"
-#include "server/store/metadata.h"
 
 namespace tolven::test {
 
@@ -34,31 +32,11 @@ class ServerFixture : public testing::Test {
  protected:
   server::ServeOptions options;
 
-  ServerFixture() {
-    options.port = 0;
-    options.data_dir = ustring(folder_.path());
-    OpenStores();
-    token_ = NewSession("ada");
-    view_ = NewView("team", 0, false);
-  }
-  ~ServerFixture() override { Stop(); }
+  ServerFixture();
+  ~ServerFixture() override;
 
-  void Start() {
-    std::promise<int> ready;
-    stop_ = false;
-    options.stop = &stop_;
-    options.ready = [&](int port, const std::string& fingerprint) {
-      fingerprint_ = fingerprint;
-      ready.set_value(port);
-    };
-    thread_ = std::thread([this] { EXPECT_EQ(server::Serve(options, *metadata_, *contents_), 0); });
-    port_ = ready.get_future().get();
-    options.ready = nullptr;
-  }
-  void Stop() {
-    stop_ = true;
-    if (thread_.joinable()) thread_.join();
-  }
+  void Start();
+  void Stop();
 
   int port() const { return port_; }
   const std::string& token() const { return token_; }
@@ -66,7 +44,6 @@ class ServerFixture : public testing::Test {
   const std::string& fingerprint() const { return fingerprint_; }
 
   // In the stores, as the administrator's commands do it.
-  void OpenStores();
   std::string NewSession(const std::string& user);
   std::uint64_t NewView(const std::string& name, std::uint64_t quota, bool read_only);
   void SetAcl(const std::string& path, const std::string& acl);
@@ -194,8 +171,8 @@ class ServerFixture : public testing::Test {
 
  private:
   TempFolder folder_, local_;
-  std::unique_ptr<server::Metadata> metadata_;
-  std::unique_ptr<server::ContentStore> contents_;
+  struct Stores;
+  std::unique_ptr<Stores> stores_;
   std::atomic<bool> stop_{false};
   std::thread thread_;
   int port_ = 0, files_ = 0;
