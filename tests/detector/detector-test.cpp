@@ -7,10 +7,14 @@
 
 #include "client/core/registry.h"
 #include "client/core/root-proof.h"
+#include "client/core/settings.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
 #include "client/windows/detector-win2.h"
+#include "lib/ui-ipc.h"
+#include "lib/ui-report-queue.h"
 #include "platform/fake-clock.h"
+#include "support/local-ui.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -164,6 +168,10 @@ TEST_F(DetectorTest, AFolderThatIsAwayMakesNoEventsAndIsRescannedWhenItIsBack) {
   platform::FakeClock clock;
   platform::SetClock(&clock);
   platform::SetDirWatch(&service);
+  test::LocalUi ui(24'500);
+  test::WriteFile(folder_ / "conf", "ui_port = " + std::to_string(ui.port()));
+  Settings::getInstance().loadConfigSettings(folder_ / "conf");
+  UiReportQueue::getInstance().Start();
   Detector detector;
   ASSERT_EQ(detector.AddWatch(root_, 1), 0);
   fs::rename(root_.str(), (folder_ / "away").str());
@@ -193,6 +201,14 @@ TEST_F(DetectorTest, AFolderThatIsAwayMakesNoEventsAndIsRescannedWhenItIsBack) {
   clock.Advance(std::chrono::seconds(10));
   DetectorPeer::Round(detector);
   EXPECT_EQ(TakeEvents(), (Events{"EV_MODIFY /", "RESCAN /"}));
+  UI_IPC::LastBreath();
+  int told = 0;  // once for each loss, however often the folder was looked for
+  for (PObject report; report["action"].asString().empty(); report = ui.Receive()) {
+    if (report["error_type"].asInt64() == -29) ++told;
+    if (HasFailure()) break;
+  }
+  EXPECT_EQ(told, 2);
+  UiReportQueue::getInstance().Stop(std::chrono::milliseconds(0));
 }
 
 }  // namespace
