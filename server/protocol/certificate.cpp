@@ -134,6 +134,7 @@ int EnsureCertificate(const ustring& certificate_path, const ustring& key_path,
   good = certificate != nullptr && PEM_write_bio_X509(certificate_text.get(), certificate.get()) &&
          PEM_write_bio_PrivateKey(key_text.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
   if (good && Store(key_path, key_text.get()) && Store(certificate_path, certificate_text.get())) {
+    (void)platform::files().SetMode(certificate_path, 0644);  // clients trust it by this file
     return 0;
   }
   Logger::LogMsg(Logger::L_ERR, kCategory,

@@ -94,6 +94,7 @@ std::uint32_t Uploader::DryRun() {
     std::uint64_t used = 0;
     if (metadata_.UsedBytes(command_.view.id, used) < 0) return SPROTO_ERR_INTERNAL;
     const std::uint64_t quota = command_.view.quota;
+    used -= std::min(used, exists_ ? current_.content.size : 0);  // goes with the change
     if (quota != 0 && size > quota - std::min(quota, used)) return SPROTO_ERR_QUOTA;
   }
   AddVersion(exists_ ? current_ : Node());

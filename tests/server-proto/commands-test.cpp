@@ -253,6 +253,31 @@ TEST_F(Commands, RefusesChangesThatDoNotFitTheCurrentVersion) {
   EXPECT_EQ(CodeOf(client.Request(23, UploadRequest("/file/below", "x", 0))), 0u);
 }
 
+TEST_F(Commands, GivesProfilesAndTheirHash) {
+  Start();
+  RawClient client = Connected();
+  const std::string rules[] = {"[file]\n", "[folder]\n"};
+  std::vector<std::string> sums;
+  std::vector<server::Profile> profiles;
+  for (const std::string& text : rules) {
+    server::Profile& profile = profiles.emplace_back();
+    profile.name = "rules-" + std::to_string(profiles.size());
+    profile.file = LocalFile(text);
+    profile.md5 = HashMD5(ustring(text)).str();
+    sums.push_back(profile.md5);
+  }
+  SetProfiles(profiles);
+  std::sort(sums.begin(), sums.end());
+  const PObject pulled = Pull(client, 0);
+  EXPECT_EQ(pulled["profile_list"][0]["hash"].asString(), sums[0] + sums[1]);
+  const PObject answer = client.Request(31, NewRequest("get_profile", token()));
+  ASSERT_EQ(answer["profile_list"].asArray().size(), 2u);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(answer["profile_list"][i]["name"].asString(), "rules-" + std::to_string(i + 1));
+    EXPECT_EQ(ReadFile(answer["profile_list"][i]["file"].asBinary().path), rules[i]);
+  }
+}
+
 TEST_F(Commands, RemovesOnlyWhatTheClientKnows) {
   Start();
   RawClient client = Connected();

@@ -67,4 +67,10 @@ void ServerFixture::SetAcl(const std::string& path, const std::string& acl) {
   EXPECT_EQ(stores_->metadata.SetAcl(view_, path, acl), server::Outcome::kDone);
 }
 
+void ServerFixture::SetProfiles(const std::vector<server::Profile>& profiles) {
+  server::User ada;
+  ASSERT_EQ(stores_->metadata.FindUser("ada", ada), 1);
+  EXPECT_EQ(stores_->metadata.SetProfiles(ada.id, profiles), 0);
+}
+
 }  // namespace tolven::test

@@ -13,6 +13,7 @@
 #include "rsapi-cpp/delta-file-reader.h"
 #include "rsapi-cpp/simple-file-reader.h"
 #include "server-proto/driver.h"
+#include "server/store/metadata.h"
 
 namespace tolven::test {
 
@@ -47,6 +48,7 @@ class ServerFixture : public testing::Test {
   std::string NewSession(const std::string& user);
   std::uint64_t NewView(const std::string& name, std::uint64_t quota, bool read_only);
   void SetAcl(const std::string& path, const std::string& acl);
+  void SetProfiles(const std::vector<server::Profile>& profiles);  // of ada
 
   RawClient Connected() { return RawClient(port_, NewRequest("connect", token_)); }
 
