@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <string_view>
 #include <tuple>
 
@@ -29,11 +30,15 @@ class Tokens {
 
 bool TakeEntry(Tokens& tokens, ACLRule::Entry& entry) {
   int type = 0, is_allow = 0;
-  if (!tokens.Take(type) || !tokens.Take(entry.id) || !tokens.Take(entry.perm) ||
-      !tokens.Take(entry.inherit) || !tokens.Take(is_allow) || !tokens.Take(entry.level)) {
+  // Ids have 32 bits and are written with or without a sign.
+  std::int64_t id = 0;
+  if (!tokens.Take(type) || !tokens.Take(id) || id < INT32_MIN || id > UINT32_MAX ||
+      !tokens.Take(entry.perm) || !tokens.Take(entry.inherit) || !tokens.Take(is_allow) ||
+      !tokens.Take(entry.level)) {
     return false;
   }
   entry.type = static_cast<ZENT_ACL_ID_TYPE>(type);
+  entry.id = static_cast<int>(id);
   entry.is_allow = is_allow != 0;
   return true;
 }

@@ -43,17 +43,24 @@ void EventManager::PushLocalEvent(const Event& event) { Push(event, Side::LOCAL)
 void EventManager::PushServerEvent(const Event& event) {
   Event copy = event;
   copy.setServerEvent();
-  Push(std::move(copy), Side::SERVER);
+  Push(copy, Side::SERVER);
 }
 
-void EventManager::Push(Event event, Side side) {
+void EventManager::Push(const Event& event, Side side) {
   if (!ustring::is_valid(event.m_path)) {
     EVENT_MGR_WARNING("File path is not valid, drop it.\n");
     return;
   }
-  if (event.m_path.empty()) event.m_path = "/";
+  Event named = event;
+  if (named.m_path.empty()) named.m_path = "/";
+  {
+    MutexLock lock(m_lock);
+    PushLocked(named, side);
+  }
+  work_.Notify();
+}
 
-  MutexLock lock(m_lock);
+void EventManager::PushLocked(const Event& event, Side side) {
   NoteArrival(event, side);
   ustring local_path;
   if (!find_local_path_ || find_local_path_(event.m_sess_id, local_path) != 1) {

@@ -1,6 +1,7 @@
 #include "client/event-manager.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "client/event-manager-log.h"
@@ -46,7 +47,16 @@ int EventManager::PullEvent(Task* task, Event& out) {
 }
 
 int EventManager::DoneEvent(Task* task, Event& inout) {
-  MutexLock lock(m_lock);
+  {
+    MutexLock lock(m_lock);
+    if (DoneLocked(task, inout) != 0) return -1;
+  }
+  // What the event held back may go now.
+  work_.Notify();
+  return 0;
+}
+
+int EventManager::DoneLocked(Task* task, Event& inout) {
   const auto found = registry.find(task);
   if (found == registry.end()) return 0;
   registry_entry_t& entry = found->second;
@@ -75,6 +85,16 @@ int EventManager::RedoEvent(Task* task, const Event& event) {
   registry.erase(task);
   EVENT_MGR_DEBUG("EventManager::RedoEvent = [%s], ret= [%d]\n", event.toString(), result);
   return result;
+}
+
+int EventManager::WaitForWork(Task* task, uint64_t seen, unsigned seconds) {
+  constexpr std::chrono::milliseconds kStep(100);
+  for (std::chrono::milliseconds left = std::chrono::seconds(seconds); left > kStep.zero();
+       left -= kStep) {
+    if (task->GetState() != Task::RUN) return -1;
+    if (work_.WaitFor(seen, kStep)) return 0;
+  }
+  return 0;
 }
 
 int EventManager::RedoLocked(Task* task, const Event& event) {

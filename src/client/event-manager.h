@@ -17,6 +17,7 @@
 #include "client/core/task.h"
 #include "client/event-pool.h"
 #include "client/event.h"
+#include "client/work-signal.h"
 #include "platform/mutex.h"
 #include "ustring/ustring.h"
 
@@ -63,6 +64,12 @@ class EventManager {
   // back, as when its session's events were cleared.
   int RedoEvent(Task* task, const Event& event) EXCLUDES(m_lock);
 
+  // For a task whose PullEvent gave nothing: sleeps until an event was pushed or ended since
+  // `seen`, which is what GetWorkCount() gave before that pull, at most for `seconds`. 0, or -1
+  // once the task's state is not RUN, which is looked at as often as in Task::Wait.
+  uint64_t GetWorkCount() { return work_.Count(); }
+  int WaitForWork(Task* task, uint64_t seen, unsigned seconds);
+
   // Changes that wait or are with a task; 0 for an unknown session. Neither waits for a push.
   int32_t GetPendingServerEvent(uint64_t sess_id) EXCLUDES(m_pool_index_lock);
   int32_t GetAllPendingEventCount(uint64_t sess_id) EXCLUDES(m_pool_index_lock);
@@ -89,7 +96,9 @@ class EventManager {
  private:
   enum class Side { LOCAL, SERVER };
 
-  void Push(Event event, Side side) EXCLUDES(m_lock, m_pool_index_lock);
+  void Push(const Event& event, Side side) EXCLUDES(m_lock, m_pool_index_lock);
+  void PushLocked(const Event& event, Side side) REQUIRES(m_lock) EXCLUDES(m_pool_index_lock);
+  int DoneLocked(Task* task, Event& inout) REQUIRES(m_lock);
   void NoteArrival(const Event& event, Side side) REQUIRES(m_lock);
   event_pool& PoolForPush(uint64_t sess_id, const ustring& local_path) REQUIRES(m_lock)
       EXCLUDES(m_pool_index_lock);
@@ -111,6 +120,9 @@ class EventManager {
   Mutex m_pool_index_lock;
   std::map<uint64_t, const event_pool*> pool_counter_index GUARDED_BY(m_pool_index_lock);
   std::map<uint64_t, uint64_t> unapplied_ GUARDED_BY(m_pool_index_lock);
+
+  // Given while no other lock is held, so that who wakes need not wait again at once.
+  WorkSignal work_;
 };
 
 }  // namespace tolven
