@@ -4,11 +4,14 @@
 
 #include "lib/file-op.h"
 #include "lib/utility.h"
+#include "platform/files.h"
 
 namespace tolven::server {
 
 int DataFolder::Make() {
-  if (FSMKDir(path_, true) != 0) return -1;
+  // Hashes of tokens and everybody's files lie here.
+  constexpr std::uint32_t kOwnerAlone = 0700;
+  if (FSMKDir(path_, true) != 0 || !platform::files().SetMode(path_, kOwnerAlone).ok()) return -1;
   metadata_ = std::make_unique<SqliteMetadata>();
   contents_ = std::make_unique<FileContentStore>(path_ + "/contents");
   return metadata_->Open(MetadataPath()) == 0 && contents_->Open() == 0 ? 0 : -1;
