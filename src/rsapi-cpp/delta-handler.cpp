@@ -13,8 +13,6 @@ namespace tolven {
 namespace {
 
 constexpr std::size_t npos = SignatureIndex::npos;
-// Windows that are rolled over before their sums are looked at together.
-constexpr std::size_t kBatch = 256;
 // How far the search goes on from a candidate to find more that are tried with it.
 constexpr std::size_t kLookAhead = 16 * 1024;
 // Blocks above this would need a buffer of their size; against them everything is literal.
@@ -31,16 +29,14 @@ int DeltaHandler::begin() {
   if (index_.load(signature_file_) < 0) return -1;
   if (output_.open(delta_file_) < 0) return -1;
   appendDeltaMagic(write_buffer_);
-  const int result = output_.write(write_buffer_.data(), write_buffer_.size());
-  write_buffer_.clear();
-  return result;
+  return startWrite();
 }
 
 int DeltaHandler::update(const void* data, std::size_t size) {
   const auto* from = static_cast<const std::uint8_t*>(data);
   if (index_.blockSize() > kLargestBlock) {
     appendLiteral(from, size);
-    return output_.start(write_buffer_.data(), write_buffer_.size());
+    return startWrite();
   }
   const bool joined = !read_buffer_.empty();
   if (joined) {
@@ -56,21 +52,21 @@ int DeltaHandler::update(const void* data, std::size_t size) {
   } else {
     read_buffer_.assign(from + used, from + size);
   }
-  return output_.start(write_buffer_.data(), write_buffer_.size());
+  return startWrite();
 }
 
-int DeltaHandler::wait() {
+int DeltaHandler::startWrite() {
   const int result = output_.wait();
+  in_flight_.swap(write_buffer_);
   write_buffer_.clear();
-  return result;
+  return result < 0 ? -1 : output_.start(in_flight_.data(), in_flight_.size());
 }
 
 int DeltaHandler::end() {
   write_buffer_.clear();
   appendLiteral(read_buffer_.data(), read_buffer_.size());
   appendEndCommand(write_buffer_);
-  const int result = output_.write(write_buffer_.data(), write_buffer_.size());
-  write_buffer_.clear();
+  const int result = startWrite();
   read_buffer_.clear();
   return output_.close() < 0 ? -1 : result;
 }
@@ -119,12 +115,21 @@ std::size_t DeltaHandler::findMatch(const Piece& piece, std::size_t position) {
   const std::size_t block = index_.blockSize(), behind = piece.last + 1;
   RSRollingChecksum sum;
   sum.update(piece.data + position, block);
-  window_a_ = sum.digest() & 0xFFFF;
-  window_b_ = sum.digest() >> 16;
+  simd::Roll roll{piece.data + position, piece.data + position + block,
+                  index_.blockSize(),    sum.digest() & 0xFFFF,
+                  sum.digest() >> 16,    index_.filter(),
+                  index_.filterShift()};
   // The first window alone: often it is the one, as where a new piece goes on with the old basis.
-  for (std::size_t count = 1; position < behind; count = kBatch) {
-    count = std::min(count, behind - position);
-    collectCandidates(piece, position, count);
+  for (std::size_t count = 1; position < behind; count = simd::kMaxRoll) {
+    if (position < piece.last) {
+      count = std::min(count, piece.last - position);
+      collectCandidates(roll, position, count);
+    } else {
+      // No byte follows the last window, so it is not rolled over.
+      const std::uint32_t digest = (roll.b << 16) | (roll.a & 0xFFFF);
+      count = 1;
+      if (index_.hasWeakSum(digest)) candidates_.push_back({position, digest});
+    }
     position += count;
     while (!candidates_.empty()) {
       const std::size_t together = std::min(try_together_, candidates_.size());
@@ -139,35 +144,24 @@ std::size_t DeltaHandler::findMatch(const Piece& piece, std::size_t position) {
   return npos;
 }
 
-void DeltaHandler::collectCandidates(const Piece& piece, std::size_t position, std::size_t count) {
-  std::uint32_t digests[kBatch];
-  std::uint32_t a = window_a_, b = window_b_;
-  const auto block = index_.blockSize();
-  const std::uint8_t* const outgoing = piece.data + position;
-  const std::uint8_t* const incoming = outgoing + block;
-  // No byte follows the last window.
-  const std::size_t moves = std::min(count, piece.last - position);
-  for (std::size_t i = 0; i < moves; ++i) {
-    digests[i] = (b << 16) | (a & 0xFFFF);
-    const std::uint32_t out = outgoing[i];
-    a += incoming[i] - out;
-    b += a - block * (out + RSRollingChecksum::CHAR_OFFSET);
-  }
-  if (moves < count) digests[moves] = (b << 16) | (a & 0xFFFF);
-  window_a_ = a;
-  window_b_ = b;
-
-  // Without a jump on what the bitmap says, so that its lookups overlap.
-  std::uint32_t likely[kBatch];
-  std::size_t found = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    likely[found] = static_cast<std::uint32_t>(i);
-    found += index_.mayHave(digests[i]) ? 1 : 0;
-  }
-  for (std::size_t i = 0; i < found; ++i) {
-    const std::uint32_t digest = digests[likely[i]];
-    if (index_.hasWeakSum(digest)) candidates_.push_back({position + likely[i], digest});
-  }
+void DeltaHandler::collectCandidates(simd::Roll& roll, std::size_t position, std::size_t count) {
+  std::uint32_t digests[simd::kMaxRoll], likely[simd::kMaxRoll + simd::kMaxLanes];
+  const auto take = [&](std::size_t found, std::size_t first) {
+    for (std::size_t i = 0; i < found; ++i) {
+      const std::uint32_t digest = digests[likely[i]];
+      if (index_.hasWeakSum(digest)) {
+        candidates_.push_back({position + first + likely[i], digest});
+      }
+    }
+  };
+  const auto roll_over = [&](simd::RollFunction function, std::size_t first, std::size_t windows) {
+    take(function(roll, windows, digests, likely), first);
+    roll.outgoing += windows;
+    roll.incoming += windows;
+  };
+  const std::size_t in_lanes = count - count % simd::kMaxLanes;
+  if (in_lanes > 0) roll_over(simd::Best().roll, 0, in_lanes);
+  if (count > in_lanes) roll_over(simd::RollPlain, in_lanes, count - in_lanes);
 }
 
 std::size_t DeltaHandler::tryCandidates(const Piece& piece, std::size_t count) {

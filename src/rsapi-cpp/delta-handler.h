@@ -26,7 +26,9 @@ class DeltaHandler : public Handler {
 
   int begin() override;
   int update(const void* data, std::size_t size) override;
-  int wait() override;
+  // Nothing to wait for: what is being written is the handler's own, and goes on beside the next
+  // piece.
+  int wait() override { return 0; }
   int end() override;
 
  private:
@@ -46,22 +48,25 @@ class DeltaHandler : public Handler {
   std::size_t extendMatch(const Piece& piece, std::size_t position);
   // The first window at or behind `position` that begins a copy, and begins it; npos for none.
   std::size_t findMatch(const Piece& piece, std::size_t position);
-  // Adds the windows at [position, position + count) whose weak sums the signature has.
-  void collectCandidates(const Piece& piece, std::size_t position, std::size_t count);
+  // Adds the windows at [position, position + count) whose weak sums the signature has; `roll`
+  // stands at the first of them and goes on behind them. A byte follows each.
+  void collectCandidates(simd::Roll& roll, std::size_t position, std::size_t count);
   // Looks up the first `count` candidates and drops them; npos when none begins a copy.
   std::size_t tryCandidates(const Piece& piece, std::size_t count);
   void clearMatch();
   void appendLiteral(const std::uint8_t* data, std::size_t size);
+  // Starts the write of the commands so far, once the one before it has ended.
+  int startWrite();
 
   const ustring delta_file_, signature_file_;
-  HandlerOutput output_;
   SignatureIndex index_;
-  std::vector<std::uint8_t> read_buffer_;          // the tail of the pieces so far
-  std::vector<std::uint8_t> write_buffer_;         // commands on their way to the file
+  std::vector<std::uint8_t> read_buffer_;   // the tail of the pieces so far
+  std::vector<std::uint8_t> write_buffer_;  // commands of this piece
+  std::vector<std::uint8_t> in_flight_;     // those of the piece before, on their way to the file
+  HandlerOutput output_;                    // ends its write before the bytes go
   std::size_t match_start_ = 0, match_count_ = 0;  // blocks of the copy under way
   std::vector<Candidate> candidates_;
-  std::size_t try_together_ = 1;               // grows with each deception, falls with a match
-  std::uint32_t window_a_ = 0, window_b_ = 0;  // the sums of the search's next window
+  std::size_t try_together_ = 1;  // grows with each deception, falls with a match
 };
 
 }  // namespace tolven

@@ -110,11 +110,11 @@ void SignatureIndex::sortLongLists() {
 void SignatureIndex::buildFilter() {
   const auto wanted = static_cast<unsigned>(std::bit_width(count_ * kFilterBitsPerBlock));
   const unsigned bits = std::clamp(wanted, kMinFilterBits, kMaxFilterBits);
-  filter_shift_ = 32 - bits;
-  filter_.assign((std::size_t{1} << bits) / 64, 0);
+  filter_shift_ = 32 - (bits - 5);
+  filter_.assign(std::size_t{1} << (bits - 5), 0);
   for (std::size_t i = 0; i < count_; ++i) {
-    const std::uint32_t bit = Hash(weakSum(i)) >> filter_shift_;
-    filter_[bit / 64] |= std::uint64_t{1} << (bit % 64);
+    const std::uint32_t sum = weakSum(i);
+    filter_[simd::FilterWord(sum, filter_shift_)] |= simd::FilterBits(sum);
   }
 }
 

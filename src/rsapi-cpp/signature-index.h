@@ -1,15 +1,16 @@
 // A signature in memory, made for finding blocks by their sums.
 //
-// Three steps, each rarer and dearer than the one before: a bitmap of hashed weak sums that says
-// "no" to nearly every window of unrelated data; short lists of blocks by hashed weak sum; the
+// Three steps, each rarer and dearer than the one before: a filter of weak sums that says "no"
+// to nearly every window of unrelated data; short lists of blocks by hashed weak sum; the
 // strong sums. It takes the signature's own bytes, 5 bytes a block for the lists, and at most 32
-// MiB for the bitmap.
+// MiB for the filter.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "rsapi-cpp/simd.h"
 #include "rsapi-cpp/xio.h"
 
 namespace tolven {
@@ -27,11 +28,9 @@ class SignatureIndex {
   std::uint32_t weakSum(std::size_t block) const;
   bool hasStrongSum(std::size_t block, const std::uint8_t* strong_sum) const;
 
-  // False when no block has this weak sum; true for all others and a few percent of the rest.
-  bool mayHave(std::uint32_t weak_sum) const {
-    const std::uint32_t bit = Hash(weak_sum) >> filter_shift_;
-    return (filter_[bit / 64] >> (bit % 64) & 1) != 0;
-  }
+  // Lets through every weak sum that a block has, and few of the others; see simd.h.
+  const std::uint32_t* filter() const { return filter_.data(); }
+  unsigned filterShift() const { return filter_shift_; }
   bool hasWeakSum(std::uint32_t weak_sum) const;
   // The lowest block with both sums, npos for none.
   std::size_t find(std::uint32_t weak_sum, const std::uint8_t* strong_sum) const;
@@ -43,8 +42,6 @@ class SignatureIndex {
     bool sorted;  // by weak sum, strong sum and block, else by block alone
   };
 
-  static std::uint32_t Hash(std::uint32_t weak_sum) { return weak_sum * 0x9E3779B1u; }
-
   int loadHeader(const fd_t& fd);
   int loadBody(const fd_t& fd);
   void buildLists();
@@ -52,7 +49,9 @@ class SignatureIndex {
   void sortLongLists();
   const std::uint8_t* entry(std::size_t block) const { return body_.data() + block * entry_size_; }
   int compare(std::size_t block, std::uint32_t weak_sum, const std::uint8_t* strong_sum) const;
-  std::size_t bucketNumber(std::uint32_t weak_sum) const { return Hash(weak_sum) >> bucket_shift_; }
+  std::size_t bucketNumber(std::uint32_t weak_sum) const {
+    return simd::FilterWord(weak_sum, bucket_shift_);
+  }
   Bucket bucket(std::uint32_t weak_sum) const;
 
   std::uint32_t block_size_ = 0, hash_size_ = 0;
@@ -60,7 +59,7 @@ class SignatureIndex {
   std::vector<std::uint8_t> body_;     // the entries as they stand in the file
   std::vector<std::uint32_t> blocks_;  // by hashed weak sum, then by number
   std::vector<std::uint32_t> starts_;  // where each list begins in blocks_, and the end
-  std::vector<std::uint64_t> filter_;
+  std::vector<std::uint32_t> filter_;
   unsigned bucket_shift_ = 0, filter_shift_ = 0;
 };
 

@@ -75,8 +75,72 @@ ByteSums ByteSumsOf(const std::uint8_t* data, std::size_t size) {
   return {Sum(plain), 64 * Sum(before) + Sum(inside)};
 }
 
+// Lane i becomes the sum of lanes 0 to i.
+__m512i RunningSum(__m512i v) {
+  const __m512i zero = _mm512_setzero_si512();
+  v = _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 15));
+  v = _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 14));
+  v = _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 12));
+  return _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 8));
+}
+
+__m512i Bytes(const std::uint8_t* from) {
+  return _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+}
+
+// The numbers of the windows whose bits are all set in their words.
+std::size_t Pick(const std::uint32_t* digests, const std::uint32_t* words, std::size_t count,
+                 std::uint32_t* likely) {
+  const __m512i one = _mm512_set1_epi32(1), five = _mm512_set1_epi32(31);
+  __m512i number = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+  std::size_t found = 0;
+  for (std::size_t i = 0; i < count; i += 16) {
+    const __m512i digest = _mm512_loadu_si512(digests + i);
+    const __m512i word = _mm512_loadu_si512(words + i);
+    const __m512i low = _mm512_sllv_epi32(one, _mm512_and_si512(digest, five));
+    const __m512i high =
+        _mm512_sllv_epi32(one, _mm512_and_si512(_mm512_srli_epi32(digest, 16), five));
+    const __mmask16 known =
+        _mm512_mask_test_epi32_mask(_mm512_test_epi32_mask(word, low), word, high);
+    _mm512_storeu_si512(likely + found, _mm512_maskz_compress_epi32(known, number));
+    found += static_cast<std::size_t>(__builtin_popcount(known));
+    number = _mm512_add_epi32(number, _mm512_set1_epi32(16));
+  }
+  return found;
+}
+
+std::size_t RollOver(Roll& roll, std::size_t count, std::uint32_t* digests, std::uint32_t* likely) {
+  const __m512i last = _mm512_set1_epi32(15), offset = _mm512_set1_epi32(31);
+  // Only 16 bits of `b` count, and so of each product.
+  const __m512i block = _mm512_set1_epi32(static_cast<int>(roll.block & 0xFFFF));
+  const __m512i low = _mm512_set1_epi32(0xFFFF);
+  const __m512i factor = _mm512_set1_epi32(static_cast<int>(kFilterFactor));
+  const __m128i shift = _mm_cvtsi32_si128(static_cast<int>(roll.filter_shift));
+  __m512i a = _mm512_set1_epi32(static_cast<int>(roll.a));
+  __m512i b = _mm512_set1_epi32(static_cast<int>(roll.b));
+  std::uint32_t words[kMaxRoll];
+  for (std::size_t i = 0; i < count; i += 16) {
+    const __m512i out = Bytes(roll.outgoing + i);
+    const __m512i change = _mm512_sub_epi32(Bytes(roll.incoming + i), out);
+    const __m512i a_next = _mm512_add_epi32(a, RunningSum(change));
+    const __m512i loss = _mm512_madd_epi16(_mm512_add_epi32(out, offset), block);
+    const __m512i gain = _mm512_sub_epi32(a_next, loss);
+    const __m512i b_next = _mm512_add_epi32(b, RunningSum(gain));
+    const __m512i digest = _mm512_or_si512(_mm512_slli_epi32(_mm512_sub_epi32(b_next, gain), 16),
+                                           _mm512_and_si512(_mm512_sub_epi32(a_next, change), low));
+    _mm512_storeu_si512(digests + i, digest);
+    _mm512_storeu_si512(words + i, _mm512_srl_epi32(_mm512_mullo_epi32(digest, factor), shift));
+    a = _mm512_permutexvar_epi32(last, a_next);
+    b = _mm512_permutexvar_epi32(last, b_next);
+  }
+  roll.a = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm512_castsi512_si128(a)));
+  roll.b = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm512_castsi512_si128(b)));
+  LoadWords(roll.filter, words, count);
+  return Pick(digests, words, count, likely);
+}
+
 }  // namespace
 
-const Kernels kAvx512Kernels{"AVX-512", V16::kLanes, Md4Lanes<V16>::Hash, ByteSumsOf};
+const Kernels kAvx512Kernels{"AVX-512", V16::kLanes, Md4Lanes<V16>::Hash, ByteSumsOf, RollOver};
 
 }  // namespace tolven::simd

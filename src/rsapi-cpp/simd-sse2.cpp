@@ -70,6 +70,6 @@ ByteSums ByteSumsOf(const std::uint8_t* data, std::size_t size) {
 
 }  // namespace
 
-const Kernels kSse2Kernels{"SSE2", V4::kLanes, Md4Lanes<V4>::Hash, ByteSumsOf};
+const Kernels kSse2Kernels{"SSE2", V4::kLanes, Md4Lanes<V4>::Hash, ByteSumsOf, RollPlain};
 
 }  // namespace tolven::simd

@@ -33,7 +33,7 @@ KernelList Detect() {
   if (__builtin_cpu_supports("avx2")) add(kAvx2Kernels);
   if (__builtin_cpu_supports("sse2")) add(kSse2Kernels);
 #endif
-  add({"plain", 1, Md4Plain, ByteSumsPlain});
+  add({"plain", 1, Md4Plain, ByteSumsPlain, RollPlain});
   return list;
 }
 
@@ -42,6 +42,33 @@ KernelList Detect() {
 const KernelList& Available() {
   static const KernelList list = Detect();
   return list;
+}
+
+std::size_t RollPlain(Roll& roll, std::size_t count, std::uint32_t* digests,
+                      std::uint32_t* likely) {
+  constexpr std::uint32_t kCharOffset = 31;
+  std::uint32_t a = roll.a, b = roll.b;
+  for (std::size_t i = 0; i < count; ++i) {
+    digests[i] = (b << 16) | (a & 0xFFFF);
+    const std::uint32_t out = roll.outgoing[i];
+    a += roll.incoming[i] - out;
+    b += a - roll.block * (out + kCharOffset);
+  }
+  roll.a = a;
+  roll.b = b;
+  // Without a jump on what the filter says, so that its lookups overlap.
+  std::size_t found = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::uint32_t bits = FilterBits(digests[i]);
+    const std::uint32_t word = roll.filter[FilterWord(digests[i], roll.filter_shift)];
+    likely[found] = static_cast<std::uint32_t>(i);
+    found += (word & bits) == bits ? 1 : 0;
+  }
+  return found;
+}
+
+void LoadWords(const std::uint32_t* table, std::uint32_t* indexes, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) indexes[i] = table[indexes[i]];
 }
 
 void Md4One(const std::uint8_t* message, std::size_t size, std::uint8_t* digest) {

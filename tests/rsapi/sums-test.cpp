@@ -43,6 +43,25 @@ TEST(SumsTest, EveryKernelAgreesWithThePlainOne) {
       EXPECT_EQ(sums.plain, plain);
       EXPECT_EQ(sums.weighted, weighted);
     }
+    const std::string text = RandomText(random, 1000);
+    const std::vector<std::uint32_t> filter = {0x80000001, 0, 0x12345678, 0xFFFFFFFF,
+                                               0xFF,       1, 0x7FFFFFFE, 3};
+    constexpr std::size_t kCount = simd::kMaxRoll - simd::kMaxLanes;
+    for (const std::uint32_t block : {3u, 300u, 0x28001u}) {
+      simd::Roll ours{Bytes(text), Bytes(text) + 500, block, 77, 0xFFFE, filter.data(), 29};
+      simd::Roll plain = ours;
+      std::vector<std::uint32_t> got[2], likely[2];
+      for (int i : {0, 1}) {
+        got[i].resize(kCount);
+        likely[i].resize(kCount + simd::kMaxLanes);
+        likely[i].resize((i == 0 ? kernels.roll : simd::RollPlain)(
+            i == 0 ? ours : plain, kCount, got[i].data(), likely[i].data()));
+      }
+      EXPECT_EQ(got[0], got[1]);
+      EXPECT_EQ(likely[0], likely[1]);
+      EXPECT_EQ(ours.a & 0xFFFF, plain.a & 0xFFFF);
+      EXPECT_EQ(ours.b & 0xFFFF, plain.b & 0xFFFF);
+    }
   }
 }
 
