@@ -105,11 +105,13 @@ std::size_t Pick(const std::uint32_t* digests, const std::uint32_t* words, std::
   for (std::size_t i = 0; i < count; i += 8) {
     const __m256i digest = LoadAt(digests + i), word = LoadAt(words + i);
     // Each bit goes to the top, where the mask is taken from.
-    const __m256i low = _mm256_sllv_epi32(word, _mm256_andnot_si256(digest, five));
-    const __m256i high =
-        _mm256_sllv_epi32(word, _mm256_andnot_si256(_mm256_srli_epi32(digest, 16), five));
-    const __m256i both = _mm256_and_si256(low, high);
-    auto known = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(both)));
+    const auto bit = [&](__m256i place) {
+      return _mm256_sllv_epi32(word, _mm256_andnot_si256(place, five));
+    };
+    const __m256i all = _mm256_and_si256(
+        bit(digest),
+        _mm256_and_si256(bit(_mm256_srli_epi32(digest, 16)), bit(_mm256_srli_epi32(digest, 21))));
+    auto known = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(all)));
     for (; known != 0; known &= known - 1) {
       likely[found++] =
           static_cast<std::uint32_t>(i) + static_cast<std::uint32_t>(__builtin_ctz(known));

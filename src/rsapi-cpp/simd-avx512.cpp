@@ -97,11 +97,13 @@ std::size_t Pick(const std::uint32_t* digests, const std::uint32_t* words, std::
   for (std::size_t i = 0; i < count; i += 16) {
     const __m512i digest = _mm512_loadu_si512(digests + i);
     const __m512i word = _mm512_loadu_si512(words + i);
-    const __m512i low = _mm512_sllv_epi32(one, _mm512_and_si512(digest, five));
-    const __m512i high =
-        _mm512_sllv_epi32(one, _mm512_and_si512(_mm512_srli_epi32(digest, 16), five));
-    const __mmask16 known =
-        _mm512_mask_test_epi32_mask(_mm512_test_epi32_mask(word, low), word, high);
+    const auto bit = [&](__m512i place) {
+      return _mm512_sllv_epi32(one, _mm512_and_si512(place, five));
+    };
+    const __m512i bits = _mm512_or_si512(
+        bit(digest),
+        _mm512_or_si512(bit(_mm512_srli_epi32(digest, 16)), bit(_mm512_srli_epi32(digest, 21))));
+    const __mmask16 known = _mm512_cmpeq_epi32_mask(_mm512_and_si512(word, bits), bits);
     _mm512_storeu_si512(likely + found, _mm512_maskz_compress_epi32(known, number));
     found += static_cast<std::size_t>(__builtin_popcount(known));
     number = _mm512_add_epi32(number, _mm512_set1_epi32(16));

@@ -21,14 +21,15 @@ using Md4Function = void (*)(const std::uint8_t* const* messages, std::size_t si
 
 inline constexpr std::size_t kMaxLanes = 16;
 
-// A filter of weak sums: each has its word, chosen by the upper bits of a product, and in it two
-// bits, chosen by the low bits of its two halves.
+// A filter of weak sums: each has its word, chosen by the upper bits of a product, and in it three
+// bits, chosen by bits of its own.
 inline constexpr std::uint32_t kFilterFactor = 0x9E3779B1;
 constexpr std::uint32_t FilterWord(std::uint32_t weak_sum, unsigned shift) {
   return (weak_sum * kFilterFactor) >> shift;
 }
 constexpr std::uint32_t FilterBits(std::uint32_t weak_sum) {
-  return std::uint32_t{1} << (weak_sum & 31) | std::uint32_t{1} << (weak_sum >> 16 & 31);
+  return std::uint32_t{1} << (weak_sum & 31) | std::uint32_t{1} << (weak_sum >> 16 & 31) |
+         std::uint32_t{1} << (weak_sum >> 21 & 31);
 }
 
 // Windows that follow each other by one byte.
