@@ -82,8 +82,12 @@ void Worker::DoTask() {
       Round();
     }
   }
-  // Nobody may wait for a worker that is gone.
+  // Nobody may wait for a worker that is gone, nor may an event stay with it.
   NotifyAbortDone();
+  if (context.GetEvent().isValid()) {
+    RedoEvent();
+    Release();
+  }
   WORKER_DEBUG("Worker (%d) is down.\n", GetId());
 }
 
