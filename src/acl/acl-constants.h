@@ -3,7 +3,8 @@
 
 namespace tolven::ACL_API {
 
-enum _tag_ZENT_ACL_ID_TYPE_ {
+// With a type of its own, as any number may stand in a received list.
+enum _tag_ZENT_ACL_ID_TYPE_ : int {
   ZENTSDK_ACL_UNKNOWN = 0,
   ZENTSDK_ACL_USER = 1,
   ZENTSDK_ACL_OWNER = 2,
