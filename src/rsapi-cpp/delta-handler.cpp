@@ -112,6 +112,7 @@ std::size_t DeltaHandler::extendMatch(const Piece& piece, std::size_t position) 
 std::size_t DeltaHandler::findMatch(const Piece& piece, std::size_t position) {
   if (index_.count() == 0) return npos;
   candidates_.clear();
+  expected_.clear();
   const std::size_t block = index_.blockSize(), behind = piece.last + 1;
   RSRollingChecksum sum;
   sum.update(piece.data + position, block);
@@ -128,9 +129,10 @@ std::size_t DeltaHandler::findMatch(const Piece& piece, std::size_t position) {
       // No byte follows the last window, so it is not rolled over.
       const std::uint32_t digest = (roll.b << 16) | (roll.a & 0xFFFF);
       count = 1;
-      if (index_.hasWeakSum(digest)) candidates_.push_back({position, digest});
+      expected_.push_back({position, digest});
     }
     position += count;
+    if (position == behind) confirmExpected();
     while (!candidates_.empty()) {
       const std::size_t together = std::min(try_together_, candidates_.size());
       if (together < try_together_ && position < behind &&
@@ -147,11 +149,11 @@ std::size_t DeltaHandler::findMatch(const Piece& piece, std::size_t position) {
 void DeltaHandler::collectCandidates(simd::Roll& roll, std::size_t position, std::size_t count) {
   std::uint32_t digests[simd::kMaxRoll], likely[simd::kMaxRoll + simd::kMaxLanes];
   const auto take = [&](std::size_t found, std::size_t first) {
+    confirmExpected();
     for (std::size_t i = 0; i < found; ++i) {
       const std::uint32_t digest = digests[likely[i]];
-      if (index_.hasWeakSum(digest)) {
-        candidates_.push_back({position + first + likely[i], digest});
-      }
+      index_.expect(digest);
+      expected_.push_back({position + first + likely[i], digest});
     }
   };
   const auto roll_over = [&](simd::RollFunction function, std::size_t first, std::size_t windows) {
@@ -159,9 +161,16 @@ void DeltaHandler::collectCandidates(simd::Roll& roll, std::size_t position, std
     roll.outgoing += windows;
     roll.incoming += windows;
   };
-  const std::size_t in_lanes = count - count % simd::kMaxLanes;
+  const std::size_t in_lanes = count - count % simd::kRollStep;
   if (in_lanes > 0) roll_over(simd::Best().roll, 0, in_lanes);
   if (count > in_lanes) roll_over(simd::RollPlain, in_lanes, count - in_lanes);
+}
+
+void DeltaHandler::confirmExpected() {
+  for (const Candidate& candidate : expected_) {
+    if (index_.hasWeakSum(candidate.weak_sum)) candidates_.push_back(candidate);
+  }
+  expected_.clear();
 }
 
 std::size_t DeltaHandler::tryCandidates(const Piece& piece, std::size_t count) {

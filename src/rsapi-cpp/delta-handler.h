@@ -32,7 +32,7 @@ class DeltaHandler : public Handler {
   int end() override;
 
  private:
-  // A window whose weak sum the signature has.
+  // A window that the filter let through, or whose weak sum the signature has.
   struct Candidate {
     std::size_t position;
     std::uint32_t weak_sum;
@@ -48,9 +48,12 @@ class DeltaHandler : public Handler {
   std::size_t extendMatch(const Piece& piece, std::size_t position);
   // The first window at or behind `position` that begins a copy, and begins it; npos for none.
   std::size_t findMatch(const Piece& piece, std::size_t position);
-  // Adds the windows at [position, position + count) whose weak sums the signature has; `roll`
-  // stands at the first of them and goes on behind them. A byte follows each.
+  // Adds those of the windows at [position, position + count) that the filter lets through to
+  // `expected_`, after those that stood there were confirmed. `roll` stands at the
+  // first window and goes on behind them. A byte follows each.
   void collectCandidates(simd::Roll& roll, std::size_t position, std::size_t count);
+  // Those of `expected_` whose weak sums the signature has become candidates.
+  void confirmExpected();
   // Looks up the first `count` candidates and drops them; npos when none begins a copy.
   std::size_t tryCandidates(const Piece& piece, std::size_t count);
   void clearMatch();
@@ -65,6 +68,8 @@ class DeltaHandler : public Handler {
   std::vector<std::uint8_t> in_flight_;     // those of the piece before, on their way to the file
   HandlerOutput output_;                    // ends its write before the bytes go
   std::size_t match_start_ = 0, match_count_ = 0;  // blocks of the copy under way
+  // What memory is asked for waits here while the next windows are rolled over.
+  std::vector<Candidate> expected_;
   std::vector<Candidate> candidates_;
   std::size_t try_together_ = 1;  // grows with each deception, falls with a match
 };

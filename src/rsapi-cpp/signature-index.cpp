@@ -17,7 +17,7 @@ namespace {
 // Lists beyond this are searched by halves: a file of zeros, or one made to be slow.
 constexpr std::size_t kLongList = 64;
 constexpr unsigned kMinFilterBits = 10, kMaxFilterBits = 28;
-constexpr std::size_t kFilterBitsPerBlock = 32, kBlocksPerList = 8;
+constexpr std::size_t kFilterBitsPerBlock = 16, kBlocksPerList = 8;
 
 // The file, from where it stands, into `to`: the count, -1 for a failure.
 fd_ssize_t ReadAll(const fd_t& fd, std::uint8_t* to, std::size_t size) {
@@ -46,6 +46,7 @@ int SignatureIndex::load(const ustring& path) {
   if (result < 0) return -1;
   buildLists();
   sortLongLists();
+  buildTags();
   buildFilter();
   return 0;
 }
@@ -107,6 +108,11 @@ void SignatureIndex::sortLongLists() {
   }
 }
 
+void SignatureIndex::buildTags() {
+  tags_.resize(count_);
+  for (std::size_t i = 0; i < count_; ++i) tags_[i] = Tag(weakSum(blocks_[i]));
+}
+
 void SignatureIndex::buildFilter() {
   const auto wanted = static_cast<unsigned>(std::bit_width(count_ * kFilterBitsPerBlock));
   const unsigned bits = std::clamp(wanted, kMinFilterBits, kMaxFilterBits);
@@ -145,8 +151,11 @@ bool SignatureIndex::hasWeakSum(std::uint32_t weak_sum) const {
         [this](std::uint32_t block, std::uint32_t wanted) { return weakSum(block) < wanted; });
     return found != list.last && weakSum(*found) == weak_sum;
   }
-  return std::any_of(list.first, list.last,
-                     [&](std::uint32_t block) { return weakSum(block) == weak_sum; });
+  const std::uint16_t* tag = tags_.data() + (list.first - blocks_.data());
+  for (const std::uint32_t* block = list.first; block != list.last; ++block, ++tag) {
+    if (*tag == Tag(weak_sum) && weakSum(*block) == weak_sum) return true;
+  }
+  return false;
 }
 
 std::size_t SignatureIndex::find(std::uint32_t weak_sum, const std::uint8_t* strong_sum) const {

@@ -2,7 +2,7 @@
 //
 // Three steps, each rarer and dearer than the one before: a filter of weak sums that says "no"
 // to nearly every window of unrelated data; short lists of blocks by hashed weak sum; the
-// strong sums. It takes the signature's own bytes, 5 bytes a block for the lists, and at most 32
+// strong sums. It takes the signature's own bytes, 7 bytes a block for the lists, and at most 32
 // MiB for the filter.
 #pragma once
 
@@ -32,6 +32,10 @@ class SignatureIndex {
   const std::uint32_t* filter() const { return filter_.data(); }
   unsigned filterShift() const { return filter_shift_; }
   bool hasWeakSum(std::uint32_t weak_sum) const;
+  // Told some time before hasWeakSum() or find(), it spares them the wait for memory.
+  void expect(std::uint32_t weak_sum) const {
+    __builtin_prefetch(&starts_[bucketNumber(weak_sum)]);
+  }
   // The lowest block with both sums, npos for none.
   std::size_t find(std::uint32_t weak_sum, const std::uint8_t* strong_sum) const;
 
@@ -42,9 +46,14 @@ class SignatureIndex {
     bool sorted;  // by weak sum, strong sum and block, else by block alone
   };
 
+  static std::uint16_t Tag(std::uint32_t weak_sum) {
+    return static_cast<std::uint16_t>(weak_sum >> 16);
+  }
+
   int loadHeader(const fd_t& fd);
   int loadBody(const fd_t& fd);
   void buildLists();
+  void buildTags();
   void buildFilter();
   void sortLongLists();
   const std::uint8_t* entry(std::size_t block) const { return body_.data() + block * entry_size_; }
@@ -59,6 +68,7 @@ class SignatureIndex {
   std::vector<std::uint8_t> body_;     // the entries as they stand in the file
   std::vector<std::uint32_t> blocks_;  // by hashed weak sum, then by number
   std::vector<std::uint32_t> starts_;  // where each list begins in blocks_, and the end
+  std::vector<std::uint16_t> tags_;    // of the weak sums, as blocks_ is ordered
   std::vector<std::uint32_t> filter_;
   unsigned bucket_shift_ = 0, filter_shift_ = 0;
 };

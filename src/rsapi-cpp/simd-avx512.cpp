@@ -75,17 +75,35 @@ ByteSums ByteSumsOf(const std::uint8_t* data, std::size_t size) {
   return {Sum(plain), 64 * Sum(before) + Sum(inside)};
 }
 
-// Lane i becomes the sum of lanes 0 to i.
-__m512i RunningSum(__m512i v) {
-  const __m512i zero = _mm512_setzero_si512();
-  v = _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 15));
-  v = _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 14));
-  v = _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 12));
-  return _mm512_add_epi32(v, _mm512_alignr_epi32(v, zero, 8));
+// Where lanes of 16 bits come from when all move up by so many; those that nothing moves into are
+// cleared by the mask.
+struct Moves {
+  __m512i from[5];
+};
+constexpr __mmask32 kMoveMasks[5] = {~0u << 1, ~0u << 2, ~0u << 4, ~0u << 8, ~0u << 16};
+
+Moves MakeMoves() {
+  Moves moves;
+  for (int step = 0; step < 5; ++step) {
+    std::uint16_t from[32];
+    for (int lane = 0; lane < 32; ++lane) {
+      from[lane] = static_cast<std::uint16_t>((lane - (1 << step)) & 31);
+    }
+    moves.from[step] = _mm512_loadu_si512(from);
+  }
+  return moves;
+}
+
+// Lane i becomes the sum of lanes 0 to i, modulo 2^16.
+__m512i RunningSum(const Moves& moves, __m512i v) {
+  for (int step = 0; step < 5; ++step) {
+    v = _mm512_add_epi16(v, _mm512_maskz_permutexvar_epi16(kMoveMasks[step], moves.from[step], v));
+  }
+  return v;
 }
 
 __m512i Bytes(const std::uint8_t* from) {
-  return _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+  return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)));
 }
 
 // The numbers of the windows whose bits are all set in their words.
@@ -111,32 +129,45 @@ std::size_t Pick(const std::uint32_t* digests, const std::uint32_t* words, std::
   return found;
 }
 
+// 32 windows at a time: of both sums only 16 bits count.
 std::size_t RollOver(Roll& roll, std::size_t count, std::uint32_t* digests, std::uint32_t* likely) {
-  const __m512i last = _mm512_set1_epi32(15), offset = _mm512_set1_epi32(31);
-  // Only 16 bits of `b` count, and so of each product.
-  const __m512i block = _mm512_set1_epi32(static_cast<int>(roll.block & 0xFFFF));
-  const __m512i low = _mm512_set1_epi32(0xFFFF);
+  const Moves moves = MakeMoves();
+  const __m512i last = _mm512_set1_epi16(31), offset = _mm512_set1_epi16(31);
+  const __m512i block = _mm512_set1_epi16(static_cast<short>(roll.block));
   const __m512i factor = _mm512_set1_epi32(static_cast<int>(kFilterFactor));
   const __m128i shift = _mm_cvtsi32_si128(static_cast<int>(roll.filter_shift));
-  __m512i a = _mm512_set1_epi32(static_cast<int>(roll.a));
-  __m512i b = _mm512_set1_epi32(static_cast<int>(roll.b));
+  // The sums of 32 windows, paired within each quarter, back in their order.
+  const __m512i first_half =
+      _mm512_setr_epi32(0, 1, 2, 3, 16, 17, 18, 19, 4, 5, 6, 7, 20, 21, 22, 23);
+  const __m512i second_half =
+      _mm512_setr_epi32(8, 9, 10, 11, 24, 25, 26, 27, 12, 13, 14, 15, 28, 29, 30, 31);
+  __m512i a = _mm512_set1_epi16(static_cast<short>(roll.a));
+  __m512i b = _mm512_set1_epi16(static_cast<short>(roll.b));
   std::uint32_t words[kMaxRoll];
-  for (std::size_t i = 0; i < count; i += 16) {
+  for (std::size_t i = 0; i < count; i += 32) {
     const __m512i out = Bytes(roll.outgoing + i);
-    const __m512i change = _mm512_sub_epi32(Bytes(roll.incoming + i), out);
-    const __m512i a_next = _mm512_add_epi32(a, RunningSum(change));
-    const __m512i loss = _mm512_madd_epi16(_mm512_add_epi32(out, offset), block);
-    const __m512i gain = _mm512_sub_epi32(a_next, loss);
-    const __m512i b_next = _mm512_add_epi32(b, RunningSum(gain));
-    const __m512i digest = _mm512_or_si512(_mm512_slli_epi32(_mm512_sub_epi32(b_next, gain), 16),
-                                           _mm512_and_si512(_mm512_sub_epi32(a_next, change), low));
-    _mm512_storeu_si512(digests + i, digest);
-    _mm512_storeu_si512(words + i, _mm512_srl_epi32(_mm512_mullo_epi32(digest, factor), shift));
-    a = _mm512_permutexvar_epi32(last, a_next);
-    b = _mm512_permutexvar_epi32(last, b_next);
+    const __m512i change = _mm512_sub_epi16(Bytes(roll.incoming + i), out);
+    const __m512i a_next = _mm512_add_epi16(a, RunningSum(moves, change));
+    const __m512i loss = _mm512_mullo_epi16(_mm512_add_epi16(out, offset), block);
+    const __m512i gain = _mm512_sub_epi16(a_next, loss);
+    const __m512i b_next = _mm512_add_epi16(b, RunningSum(moves, gain));
+    const __m512i a_now = _mm512_sub_epi16(a_next, change);
+    const __m512i b_now = _mm512_sub_epi16(b_next, gain);
+    const __m512i low = _mm512_unpacklo_epi16(a_now, b_now);
+    const __m512i high = _mm512_unpackhi_epi16(a_now, b_now);
+    const __m512i sums[2] = {_mm512_permutex2var_epi32(low, first_half, high),
+                             _mm512_permutex2var_epi32(low, second_half, high)};
+    for (std::size_t half = 0; half < 2; ++half) {
+      const std::size_t at = i + 16 * half;
+      _mm512_storeu_si512(digests + at, sums[half]);
+      _mm512_storeu_si512(words + at,
+                          _mm512_srl_epi32(_mm512_mullo_epi32(sums[half], factor), shift));
+    }
+    a = _mm512_permutexvar_epi16(last, a_next);
+    b = _mm512_permutexvar_epi16(last, b_next);
   }
-  roll.a = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm512_castsi512_si128(a)));
-  roll.b = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm512_castsi512_si128(b)));
+  roll.a = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm512_castsi512_si128(a))) & 0xFFFF;
+  roll.b = static_cast<std::uint32_t>(_mm_cvtsi128_si32(_mm512_castsi512_si128(b))) & 0xFFFF;
   LoadWords(roll.filter, words, count);
   return Pick(digests, words, count, likely);
 }

@@ -41,9 +41,9 @@ struct Roll {
   const std::uint32_t* filter;
   unsigned filter_shift;
 };
-inline constexpr std::size_t kMaxRoll = 256;
+inline constexpr std::size_t kMaxRoll = 256, kRollStep = 32;
 
-// `count` windows, a multiple of kMaxLanes and at most kMaxRoll. `digests` gets the weak sum of
+// `count` windows, a multiple of kRollStep and at most kMaxRoll. `digests` gets the weak sum of
 // each, `likely`, which has room for kMaxLanes more than `count`, the numbers of those that the
 // filter lets through; returns how many.
 using RollFunction = std::size_t (*)(Roll& roll, std::size_t count, std::uint32_t* digests,
