@@ -14,25 +14,38 @@ constexpr const char* kInheritsAll = "1 64 0 ";
 
 }  // namespace
 
+int Access::Find(const std::string& path, bool is_dir, Node& node) {
+  const int found = command_.service.metadata.FindNode(command_.view.id, path, node);
+  if (found < 0) return -1;
+  if (found > 0 && !node.is_removed) return 0;
+  node = Node();
+  node.path = path;
+  node.is_dir = is_dir;
+  node.uid = command_.user.uid;
+  return 0;
+}
+
+const Node* Access::FindFolder(const std::string& path) {
+  const auto known = folders_.find(path);
+  if (known != folders_.end()) return &known->second;
+  Node folder;
+  if (Find(path, true, folder) < 0) return nullptr;
+  return &folders_.emplace(path, std::move(folder)).first->second;
+}
+
 Access::Chain Access::Collect(const std::string& path, bool is_dir, ACL_API::ACL& chain) {
-  std::vector<Node> nodes;
-  std::size_t counted = 0;
-  for (std::string at = path;; at = std::string(ParentOf(at))) {
-    Node node;
-    const int found = command_.service.metadata.FindNode(command_.view.id, at, node);
-    if (found < 0) return Chain::kFailed;
-    if (found == 0 || node.is_removed) {
-      node = Node();
-      node.path = at;
-      node.is_dir = at == path ? is_dir : true;
-      node.uid = command_.user.uid;
-    }
-    nodes.push_back(std::move(node));
-    if (!nodes.back().acl.empty()) counted = nodes.size();
-    if (at == "/") break;
+  Node object;
+  if (Find(path, is_dir, object) < 0) return Chain::kFailed;
+  std::vector<const Node*> nodes{&object};
+  for (std::string at = path; at != "/";) {
+    at = std::string(ParentOf(at));
+    nodes.push_back(FindFolder(at));
+    if (nodes.back() == nullptr) return Chain::kFailed;
   }
+  std::size_t counted = nodes.size();
+  while (counted > 0 && nodes[counted - 1]->acl.empty()) --counted;
   for (std::size_t level = 0; level < counted; ++level) {
-    const Node& node = nodes[level];
+    const Node& node = *nodes[level];
     ACL_API::ACL::Privilege privilege;
     privilege.acl = node.acl.empty() ? kInheritsAll : node.acl;
     privilege.path = node.path;

@@ -1,8 +1,11 @@
 // What a user may do with an object of a view. Access lists count from the topmost object that has
 // one down: above it, and in views without any, everybody may do everything. An object without a
 // list of its own takes what the folders above pass down. Administrators may do everything.
+//
+// For the checks of one command: each folder is read once, however many objects are below it.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "acl/acl-api.h"
@@ -23,12 +26,17 @@ class Access {
  private:
   enum class Chain { kFree, kRuled, kFailed };
 
+  // The object, or one that is about to be made; negative when the store fails.
+  int Find(const std::string& path, bool is_dir, Node& node);
+  // A folder above an object, null when the store fails.
+  const Node* FindFolder(const std::string& path);
   // The lists from the object up, as far as they count.
   Chain Collect(const std::string& path, bool is_dir, ACL_API::ACL& chain);
   template <class Test>
   bool Allowed(const std::string& path, bool is_dir, Test test);
 
   Command& command_;
+  std::map<std::string, Node> folders_;
 };
 
 }  // namespace tolven::server
