@@ -1,4 +1,5 @@
 // Workers that are interrupted, paused and stopped while they are in a handler.
+#include <algorithm>
 #include <atomic>
 
 #include "worker/worker-fixture.h"
@@ -97,27 +98,35 @@ TEST_F(WorkerAbortTest, APushWakesIdleWorkers) {
 }
 
 TEST_F(WorkerAbortTest, SessionsAreRemovedUnderRunningHandlers) {
+  const Work transfer = work_;
+  std::atomic<bool> finish{false};
+  work_ = [&](EventHandler& handler) { return finish ? 0 : transfer(handler); };
   for (int i = 0; i < 3; ++i) Start();
   for (int round = 0; round < 30; ++round) {
     for (std::uint64_t session = 1; session <= 3; ++session) {
       manager_.PushServerEvent(Make(session, "/a"));
       manager_.PushLocalEvent(Make(session, "/b"));
     }
-    const int before = entered_;
-    ASSERT_TRUE(Await([&] { return entered_ > before; }));
+    ASSERT_TRUE(Await([&] {
+      return std::any_of(workers_.begin(), workers_.end(),
+                         [](const auto& worker) { return worker->GetWorkerStatus().is_abortable; });
+    }));
     const auto removed = static_cast<std::uint64_t>(round % 3 + 1);
     for (const auto& worker : workers_) worker->Pause();
-    Interrupt(round % 5 == 0 ? Of(0) : Of(removed));
-    for (const auto& worker : workers_) EXPECT_NE(worker->GetWorkerStatus().session_id, removed);
+    Interrupt(Of(removed));
     Registry::getInstance().Remove(removed);
     manager_.ClearSessionEventPool(removed);
     AddSession(removed);
     Interrupt(Of(0));
     for (const auto& worker : workers_) worker->Resume();
   }
-  const int before = entered_;
-  manager_.PushLocalEvent(Make(1, "/last"));
-  EXPECT_TRUE(Await([&] { return entered_ > before; }));
+  finish = true;
+  for (std::uint64_t session = 1; session <= 3; ++session) {
+    EXPECT_TRUE(Await([&] {
+      Interrupt(Of(0));
+      return manager_.GetAllPendingEventCount(session) == 0;
+    })) << session;
+  }
 }
 
 TEST_F(WorkerAbortTest, StopsAtAnyMoment) {
