@@ -87,7 +87,7 @@ TEST_F(RecycleCleanerTest, RemovesWhatLayForHalfAnHourInTheBinOfEachSessionInTur
   Recycle(1, "/new");
   const std::uint32_t new_time = static_cast<std::uint32_t>(clock_.WallSeconds());
   clock_.Advance(std::chrono::seconds(1699));
-  for (const std::uint64_t id : {1, 2}) {
+  for (const std::uint64_t id : {1U, 2U}) {
     EXPECT_EQ(RecycleCleanerPeer::Step(cleaner_), 0);
     EXPECT_EQ(RecycleCleanerPeer::Session(cleaner_), id);
   }
