@@ -35,7 +35,8 @@ std::string OneLevelQuery(const ustring& path, const std::string& more) {
          more + ";";
 }
 
-void AddRow(FileList& list, std::size_t prefix_length, sqlite3_stmt* row) {
+// `fresh`: the list holds nothing but rows of this query, and no two rows have one path.
+void AddRow(FileList& list, bool fresh, std::size_t prefix_length, sqlite3_stmt* row) {
   const bool is_dir = sqlite3_column_int(row, 0) != 0;
   const auto mtime = static_cast<std::uint32_t>(sqlite3_column_int64(row, 1));
   const auto size = static_cast<std::uint64_t>(sqlite3_column_int64(row, 2));
@@ -45,8 +46,10 @@ void AddRow(FileList& list, std::size_t prefix_length, sqlite3_stmt* row) {
   // A refused row is the root, or a directory that a deeper path has made already.
   if (is_dir) {
     list.AddDirectoryAt(path, mtime, acl_hash);
-  } else {
+  } else if (fresh) {
     list.AddNewFileAt(path, mtime, size, acl_hash);
+  } else {
+    list.AddFileAt(path, mtime, size, acl_hash);
   }
 }
 
@@ -55,8 +58,9 @@ void AddRow(FileList& list, std::size_t prefix_length, sqlite3_stmt* row) {
 int FileEventDB::ListInto(int line, FileList& list, const ustring& path, const std::string& sql) {
   const MutexLock hold(m_dbMutex);
   const std::size_t prefix_length = Prefix(path).size();
+  const bool fresh = list.empty();
   const int rows =
-      m_db.Query(line, sql, [&](sqlite3_stmt* row) { AddRow(list, prefix_length, row); });
+      m_db.Query(line, sql, [&](sqlite3_stmt* row) { AddRow(list, fresh, prefix_length, row); });
   return rows < 0 || list.incomplete() ? -1 : 0;
 }
 

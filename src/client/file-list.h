@@ -152,6 +152,7 @@ class FileList {
   reverse_iterator rend() const { return reverse_iterator(this, root()); }
 
   DirNode* root() const { return node_.front().get(); }
+  bool empty() const { return node_.size() == 1 && root()->file.empty(); }
   // Whether some add failed for want of memory, so that the list lacks what was found.
   bool incomplete() const { return incomplete_; }
 

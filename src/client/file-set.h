@@ -29,6 +29,8 @@ class FileSet {
   // The same without a look. REQUIRES: the name is not there.
   void Append(StringBuffer::String name, const Attr& attr);
 
+  bool empty() const { return files_.empty(); }
+
   // Ascending by name, until the next Add.
   const std::vector<FileNode>& Sorted();
 

@@ -202,6 +202,14 @@ TEST_F(EventDbFaults, RefusesWhatIsNoDatabaseAndWaitsForNobodyForever) {
   sqlite3_close(other);
   EXPECT_EQ(db.setEventInfo(Record("/a/file", 30)), 0);
   db.destroy();
+  {
+    const test::FaultyVfs vfs(nullptr);
+    test::FaultyVfs::ReadOnly() = true;
+    EXPECT_EQ(db.initialize(folder / "event.sqlite"), -1);
+    test::FaultyVfs::ReadOnly() = false;
+    EXPECT_EQ(db.initialize(folder / "event.sqlite"), 0);
+    db.destroy();
+  }
   // Cut at any length, what it still answers is right.
   const std::string whole = test::ReadFile(folder / "event.sqlite");
   int refused = 0;
@@ -253,6 +261,9 @@ TEST_F(EventDbFaults, EveryQueryBelowAFolderUsesTheIndexOnPaths) {
   EXPECT_EQ(db.getFileList(list, "/a"), 0);
   EXPECT_EQ(db.getFileListWithoutRecursive(list, "/a"), 0);
   EXPECT_EQ(db.getFileListWithoutRecursive(list, "/a", 5), 0);
+  int files = 0;
+  for (auto entry = list.rbegin(); entry != list.rend(); ++entry) files += entry->is_file();
+  EXPECT_EQ(files, 2);  // a file that is listed again stays one
   EXPECT_EQ(db.getServerEventByPrefix("/a", infos), 0);
   for (const int option : {0, 1, 3}) {
     EXPECT_EQ(db.getLocalFilteredEvent(FilteredEvent::FILTERED_ACL, "/a", option, events), 0);

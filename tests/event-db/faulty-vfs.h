@@ -33,6 +33,13 @@ class FaultyVfs {
     Hook() = nullptr;
   }
   FaultyVfs(const FaultyVfs&) = delete;
+
+  // While set, files open as on a disk that nobody may write.
+  static bool& ReadOnly() {
+    static bool read_only = false;
+    return read_only;
+  }
+
   FaultyVfs& operator=(const FaultyVfs&) = delete;
 
  private:
@@ -56,6 +63,9 @@ class FaultyVfs {
   static int Open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out) {
     file->pMethods = nullptr;
     if (!Allows("xOpen")) return SQLITE_CANTOPEN;
+    if (ReadOnly() && (flags & SQLITE_OPEN_CREATE) != 0) {
+      flags = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)) | SQLITE_OPEN_READONLY;
+    }
     const int code = Real()->xOpen(Real(), name, Of(file)->real(), flags, out);
     if (Of(file)->methods() != nullptr) file->pMethods = &Methods();
     return code;

@@ -4,6 +4,8 @@
 
 #include <filesystem>
 
+#include "client/event-db-columns.h"
+#include "client/file-list.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -81,6 +83,106 @@ TEST_F(EventDb, ASignatureNeverStandsBesideAnotherContent) {
   info.signaturePath.clear();
   ASSERT_EQ(db_.setEventInfo(info), 0);
   EXPECT_FALSE(std::filesystem::exists(row.signaturePath.str()));
+}
+
+// Gives each field another value.
+void FillRecord(DBFileInfo& info) {
+  unsigned number = 100;
+  event_db::VisitRecord(info, [&number](const char*, auto& field) {
+    if constexpr (std::is_same_v<decltype(field), ustring&>) {
+      field = "value " + std::to_string(++number);
+    } else {
+      field = static_cast<std::remove_reference_t<decltype(field)>>(++number);
+    }
+  });
+  info.path = "/p/x";
+  info.isExist = 1;
+}
+
+TEST_F(EventDb, EachColumnComesBackFromTheRowAndFromWhatIsParked) {
+  DBFileInfo info, back, seen;
+  FillRecord(info);
+  ASSERT_EQ(db_.setEventInfo(info), 0);
+  ASSERT_EQ(db_.getEventInfo("/p/x", back), 1);
+  EXPECT_EQ(back.serverExecBit, 0U);
+  ASSERT_EQ(db_.fillServerColumns("/p/x", back), 1);
+  back.signaturePath.clear();
+  EXPECT_EQ(back.ToPObject().toString(), info.ToPObject().toString());
+
+  const auto expect_server_view = [&](std::uint64_t number, std::uint32_t mode) {
+    ASSERT_EQ(db_.getServerEventByPath("/p/x", seen), 1);
+    EXPECT_EQ(seen.syncID, number);
+    EXPECT_EQ(seen.serverUnixMode, mode);
+    EXPECT_EQ(seen.fileCheckSum, info.fileCheckSum);
+    EXPECT_EQ(seen.fileModTime, info.fileModTime);
+    EXPECT_EQ(seen.serverAclHash, info.serverAclHash);
+    EXPECT_EQ(seen.serverSharePrivRwList, info.serverSharePrivRwList);
+    EXPECT_EQ(seen.unixMode, 0U);
+  };
+  expect_server_view(info.syncID, info.serverUnixMode);
+  // The folder is parked, and what is known below it with it; then the file's newer change.
+  FilteredEvent event;
+  event.path = "/p";
+  event.is_server = true;
+  EXPECT_EQ(db_.setLocalFilteredEvent(event), -1);
+  ASSERT_EQ(db_.setServerFilteredEvent(event), 0);
+  std::vector<FilteredEvent> parked;
+  ASSERT_EQ(db_.getServerFilteredEvent(FilteredEvent::FILTERED_ACL, "/p/x", 0, parked), 0);
+  ASSERT_EQ(parked.size(), 1U);
+  event = FileEventDB::ToFilteredEvent(FileEventDB::ToEvent(parked[0], 3), parked[0].filter_type);
+  EXPECT_EQ(event.name, "x");
+  event.sync_id = 999;
+  event.unix_mode = 7;
+  ASSERT_EQ(db_.setServerFilteredEvent(event), 0);
+  expect_server_view(999, 7);
+  std::vector<DBFileInfo> below;
+  EXPECT_EQ(db_.getServerEventByPrefix("/", below), 0);
+  EXPECT_EQ(below.size(), 3U);
+  // Synced at last, it is parked no more.
+  ASSERT_EQ(db_.setEventInfo(info), 0);
+  expect_server_view(info.syncID, info.serverUnixMode);
+}
+
+TEST_F(EventDb, ParentsListingsAndTheRecycleBin) {
+  Put("/a/b/c", 9, "sum");
+  Put("/a/b/d", 5, "other");
+  DBFileInfo info;
+  for (const char* parent : {"/", "/a", "/a/b"}) {
+    ASSERT_EQ(db_.getEventInfo(parent, info), 1) << parent;
+    EXPECT_TRUE(info.IsDir() && info.syncID == 0 && info.maxSyncID == 9 && info.unixMode == 1877);
+  }
+  const auto names = [this](auto list_into) {
+    StringBuffer buffer;
+    FileList list(buffer);
+    EXPECT_EQ(list_into(list), 0);
+    std::string shown;
+    for (auto entry = list.rbegin(); entry != list.rend(); ++entry) {
+      shown += entry->path.str() + (entry->is_dir() ? "/ " : " ");
+    }
+    return shown;
+  };
+  const auto one_level = [this](auto... rest) {
+    return [=, this](FileList& list) { return db_.getFileListWithoutRecursive(list, rest...); };
+  };
+  EXPECT_EQ(names([this](FileList& list) { return db_.getFileList(list, "/a"); }),
+            "/b/d /b/c /b/ ");
+  EXPECT_EQ(names(one_level("/")), "/a/ ");
+  EXPECT_EQ(names(one_level("/a/b")), "/d /c ");
+  EXPECT_EQ(names(one_level("/a/b", std::uint64_t{5})), "/d ");
+
+  std::uint32_t oldest = 1;
+  EXPECT_EQ(db_.getOldestRecyleTime(oldest), 0);
+  EXPECT_EQ(oldest, 0U);
+  EXPECT_EQ(db_.dumpDirToRecycleBin("/a", "/a 2"), 0);
+  ustring path;
+  EXPECT_EQ(db_.getFilePathByHash("sum", path), 0);
+  EXPECT_EQ(db_.getFilePathByHashFromRecycle("sum", path), 1);
+  EXPECT_EQ(path, "/a 2/b/c");
+  std::set<ustring> rotated;
+  EXPECT_EQ(db_.getRotateList(UINT32_MAX, rotated), 0);
+  EXPECT_EQ(rotated, std::set<ustring>{"/a 2"});
+  EXPECT_EQ(db_.clear(), 0);
+  EXPECT_EQ(db_.getFilePathByHashFromRecycle("sum", path), 1);
 }
 
 TEST(FilterTypes, LooksAtTheRuleOfACode) {
