@@ -46,7 +46,7 @@ TEST(SumsTest, EveryKernelAgreesWithThePlainOne) {
     const std::string text = RandomText(random, 1000);
     const std::vector<std::uint32_t> filter = {0x80000001, 0, 0x12345678, 0xFFFFFFFF,
                                                0xFF,       1, 0x7FFFFFFE, 3};
-    constexpr std::size_t kCount = simd::kMaxRoll - simd::kMaxLanes;
+    constexpr std::size_t kCount = simd::kMaxRoll - simd::kRollStep;
     for (const std::uint32_t block : {3u, 300u, 0x28001u}) {
       simd::Roll ours{Bytes(text), Bytes(text) + 500, block, 77, 0xFFFE, filter.data(), 29};
       simd::Roll plain = ours;
