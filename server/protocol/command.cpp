@@ -10,27 +10,27 @@ namespace tolven::server {
 namespace {
 
 // What a command needs before its handler runs.
-enum class Need { kNothing, kSession, kAnyView, kView, kPath };
+enum class Need : std::uint8_t { kNothing, kSession, kAnyView, kView, kPath };
 
 struct Handler {
   std::uint8_t command_byte;
-  std::string_view action;
   Need need;
+  std::string_view action;
   std::uint32_t (*run)(Command&);
 };
 
 constexpr Handler kHandlers[] = {
-    {SCMD_REQUEST_CONNECT, "connect", Need::kAnyView, &Connect},
-    {SCMD_REQUEST_SSL_2, "encrypt_channel", Need::kNothing, &EncryptChannel},
-    {SCMD_EVT_PULL, "pull_event", Need::kPath, &PullEvent},
-    {SCMD_GET_PROFILE, "get_profile", Need::kSession, &GetProfile},
-    {SCMD_EVT_RECV_4, "upload", Need::kPath, &Upload},
-    {SCMD_EVT_SEND_2, "download", Need::kPath, &Download},
-    {SCMD_EVT_REMOVE, "remove", Need::kPath, &Remove},
-    {SCMD_RESUME_TRANSFER, "resume_get_token", Need::kView, &ResumeGetToken},
-    {SCMD_RESUME_TRANSFER, "resume_get_status", Need::kView, &ResumeGetStatus},
-    {SCMD_RESUME_TRANSFER, "resume_upload", Need::kPath, &ResumeUpload},
-    {SCMD_RESUME_TRANSFER, "resume_download", Need::kPath, &ResumeDownload},
+    {SCMD_REQUEST_CONNECT, Need::kAnyView, "connect", &Connect},
+    {SCMD_REQUEST_SSL_2, Need::kNothing, "encrypt_channel", &EncryptChannel},
+    {SCMD_EVT_PULL, Need::kPath, "pull_event", &PullEvent},
+    {SCMD_GET_PROFILE, Need::kSession, "get_profile", &GetProfile},
+    {SCMD_EVT_RECV_4, Need::kPath, "upload", &Upload},
+    {SCMD_EVT_SEND_2, Need::kPath, "download", &Download},
+    {SCMD_EVT_REMOVE, Need::kPath, "remove", &Remove},
+    {SCMD_RESUME_TRANSFER, Need::kView, "resume_get_token", &ResumeGetToken},
+    {SCMD_RESUME_TRANSFER, Need::kView, "resume_get_status", &ResumeGetStatus},
+    {SCMD_RESUME_TRANSFER, Need::kPath, "resume_upload", &ResumeUpload},
+    {SCMD_RESUME_TRANSFER, Need::kPath, "resume_download", &ResumeDownload},
 };
 
 std::uint32_t Prepare(Need need, Command& command) {

@@ -50,7 +50,7 @@ std::string PrepareTls(const ServeOptions& options) {
   // A key that does not go with the certificate is found here and not by the first client.
   const bool usable = Channel().InitSSL(ssl, context, true, true) == 0;
   Channel::DeinitSSL(ssl, context, true);
-  const std::string fingerprint = usable ? Fingerprint(certificate) : std::string();
+  std::string fingerprint = usable ? Fingerprint(certificate) : std::string();
   if (fingerprint.empty()) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] server(%d): certificate '%s' and key '%s' cannot be used\n", __LINE__,

@@ -121,8 +121,9 @@ int FileEventDB::GetConfig(const char* key, std::string& value) {
   return -1;
 }
 
-int FileEventDB::getSyncId(std::uint64_t& sync_id) {
+int FileEventDB::getSyncId(std::uint64_t& sync_id, std::uint64_t* times_set) {
   const MutexLock hold(m_dbMutex);
+  if (times_set != nullptr) *times_set = m_timesSyncIdSet;
   std::string value;
   if (GetConfig("sync_id", value) != 0) return -1;
   sync_id = std::strtoull(value.c_str(), nullptr, 10);
@@ -130,12 +131,16 @@ int FileEventDB::getSyncId(std::uint64_t& sync_id) {
 }
 
 int FileEventDB::setSyncId(std::uint64_t sync_id) {
-  return Run(__LINE__, Sql("UPDATE config_table SET value = '%llu' WHERE key = 'sync_id';",
-                           static_cast<unsigned long long>(sync_id)));
+  const MutexLock hold(m_dbMutex);
+  ++m_timesSyncIdSet;
+  return m_db.Execute(__LINE__, Sql("UPDATE config_table SET value = '%llu' WHERE key = 'sync_id';",
+                                    static_cast<unsigned long long>(sync_id)));
 }
 
-int FileEventDB::replaceSyncId(std::uint64_t expected, std::uint64_t sync_id) {
+int FileEventDB::replaceSyncId(std::uint64_t expected, std::uint64_t times_set,
+                               std::uint64_t sync_id) {
   const MutexLock hold(m_dbMutex);
+  if (times_set != m_timesSyncIdSet) return 0;
   const int result = m_db.Execute(
       __LINE__,
       Sql("UPDATE config_table SET value = '%llu' WHERE key = 'sync_id' AND value = '%llu';",

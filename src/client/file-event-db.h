@@ -61,10 +61,12 @@ class FileEventDB {
   ustring getProfilePath() const;
 
   // --- the configuration ---
-  int getSyncId(std::uint64_t& sync_id);
+  // `times_set` becomes how often this object's setSyncId was called.
+  int getSyncId(std::uint64_t& sync_id, std::uint64_t* times_set = nullptr);
   int setSyncId(std::uint64_t sync_id);
-  // Stores `sync_id` unless somebody stored another one than `expected` meanwhile: 1, 0 or -1.
-  int replaceSyncId(std::uint64_t expected, std::uint64_t sync_id);
+  // Stores `sync_id` unless somebody stored one, be it the same, since getSyncId gave `expected`
+  // and `times_set`: 1, 0 or -1.
+  int replaceSyncId(std::uint64_t expected, std::uint64_t times_set, std::uint64_t sync_id);
   int getUid(std::uint32_t& uid);
   int updateUid(std::uint32_t uid);
   // An unknown key reads as "" and is not written.
@@ -214,6 +216,7 @@ class FileEventDB {
   ustring m_profilePath GUARDED_BY(m_dbMutex);
   ustring m_signPath GUARDED_BY(m_dbMutex);
   event_db::Connection m_db GUARDED_BY(m_dbMutex);
+  std::uint64_t m_timesSyncIdSet GUARDED_BY(m_dbMutex) = 0;
 };
 
 }  // namespace tolven

@@ -136,11 +136,13 @@ class SyncerTest : public ::testing::Test {
     if (command == SCMD_REQUEST_CONNECT) return welcome_;
     if (command == SCMD_REQUEST_SSL_2) return Welcome();
     if (command == SCMD_GET_PROFILE) return profile_;
+    if (on_pull_) on_pull_();
     return page_;
   }
-  void SetPage(std::optional<PObject> page) {
+  void SetPage(std::optional<PObject> page, std::function<void()> on_pull = nullptr) {
     const MutexLock hold(lock_);
     page_ = std::move(page);
+    on_pull_ = std::move(on_pull);
   }
   // Does what workers do, until the object goes.
   class Workers {
@@ -177,6 +179,7 @@ class SyncerTest : public ::testing::Test {
   std::vector<PObject> requests_ GUARDED_BY(lock_);
   PObject welcome_ GUARDED_BY(lock_) = Welcome();
   std::optional<PObject> page_ GUARDED_BY(lock_), profile_ GUARDED_BY(lock_);
+  std::function<void()> on_pull_ GUARDED_BY(lock_);
   test::ScriptedServer server_;
   ConnectionInfo info_;
   std::shared_ptr<FileEventDB> db_;
@@ -307,9 +310,12 @@ TEST_F(SyncerTest, AWaitThatEndsEarlyStoresNothing) {
     EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
   }
   EXPECT_EQ(Stored(), 0U);
-  // The session is added anew.
+  // The session is added anew; what of the old one was not applied is nobody's business then.
   {
-    const Workers workers([this](const Event&) { AddSession(); });
+    const Workers workers([this](const Event&) {
+      AddSession();
+      EventManager::getInstance().CountUnappliedServerEvent(1);
+    });
     EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
   }
   EXPECT_EQ(Stored(), 0U);
@@ -329,6 +335,23 @@ TEST_F(SyncerTest, ASessionThatHasCaughtUpGetsItsRescan) {
   EXPECT_TRUE(event.isRescan() && event.isMerge());
   EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
   EXPECT_EQ(replaced_.size(), 1U);
+}
+
+TEST_F(SyncerTest, WhatTheControlThreadDoesDuringAPullIsNotUndone) {
+  // From the beginning once more, where the pull has begun as well.
+  SetPage(Page(7), [this] { EXPECT_EQ(db_->setSyncId(0), 0); });
+  EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
+  EXPECT_EQ(Stored(), 0U);
+  // The rescan is the new session's, which has not asked its server yet.
+  SetPage(Page(0), [this] {
+    AddSession();
+    syncer_.AddRescanEvent(1, true);
+  });
+  EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
+  EXPECT_EQ(replaced_, std::vector<std::string>{});
+  SetPage(Page(0));
+  EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
+  EXPECT_EQ(replaced_, std::vector<std::string>{"1 merge"});
 }
 
 TEST_F(SyncerTest, NewGroupsBringBackEverythingThatIsKnown) {
@@ -409,6 +432,13 @@ TEST_F(SyncerTest, FetchesProfilesOnceAMinuteAtMost) {
   clock_.Advance(std::chrono::seconds(60));
   EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
   EXPECT_EQ(fetched(), 3);
+  {
+    const MutexLock hold(lock_);
+    profile_ = Page(0);  // tells of no profiles, neither some nor none
+  }
+  clock_.Advance(std::chrono::seconds(60));
+  EXPECT_EQ(SyncerPeer::Pull(syncer_), ErrorCodes::ERR_SYS);
+  EXPECT_TRUE(std::filesystem::exists((db_->getProfilePath() + "/one.filter").str()));
   EXPECT_FALSE(std::filesystem::exists((folder_ / "evil").str()));
 }
 

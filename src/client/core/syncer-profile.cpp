@@ -73,6 +73,8 @@ int Syncer::ReloadProfile() {
 }
 
 int Syncer::UpdateProfile(const PObject& response) {
+  // An answer that tells nothing must not take away what there is.
+  if (!response["profile_list"].isArray() || !RefreshEntry()) return -1;
   std::vector<ProfileFolder::Received> received;
   for (const PObject& profile : response["profile_list"].asArray()) {
     const ustring& name = profile["name"].asString();

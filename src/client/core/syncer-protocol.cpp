@@ -23,10 +23,12 @@ constexpr std::uint32_t kAnswerSeconds = 90;
 int Syncer::PullEventFromServer(PObject& answer) {
   const PObject& response = answer;
   const Registry::Entry& entry = context.entry;
-  if (entry.event_db->getSyncId(context.sync_id) != 0) {
+  if (entry.event_db->getSyncId(context.sync_id, &times_sync_id_set_) != 0) {
     SYNCER_ERROR("Syncer: failed to get base sync id ... starts from 0\n");
     context.sync_id = 0;
   }
+  // Whoever starts a session anew changes what is asked for first.
+  RefreshEntry();
   PObject request;
   InitRequest(request, "pull_event");
   request["sync_id"] = context.sync_id;

@@ -114,6 +114,13 @@ int Syncer::UpdateContext() {
   return 0;
 }
 
+bool Syncer::RefreshEntry() {
+  Registry::Entry entry;
+  if (!FindSession(context.entry, entry)) return false;
+  context.entry = std::move(entry);
+  return true;
+}
+
 bool Syncer::IsSessionReady() {
   if (context.entry.pause) return false;
   if (EventManager::getInstance().GetPendingServerEvent(context.entry.sess_id) > 0) {
@@ -260,13 +267,12 @@ bool Syncer::MayStore() {
 }
 
 int Syncer::FinishBatch(std::uint64_t next) {
+  if (!RefreshEntry()) return 0;
   if (!MayStore()) return ErrorCodes::ERR_SERVER;
-  Registry::Entry entry;
-  if (!FindSession(context.entry, entry)) return 0;
   FileEventDB& db = *context.entry.event_db;
   if (next != context.sync_id) {
     SYNCER_INFO("syncer set sync_id to %llu\n", next);
-    const int stored = db.replaceSyncId(context.sync_id, next);
+    const int stored = db.replaceSyncId(context.sync_id, times_sync_id_set_, next);
     if (stored < 0) return ErrorCodes::ERR_SYS;
     if (stored == 0) {
       SYNCER_NOTE("session %llu: another sync_id was set meanwhile\n", context.entry.sess_id);
@@ -279,6 +285,8 @@ int Syncer::FinishBatch(std::uint64_t next) {
 }
 
 void Syncer::SendRescanEvent(std::uint64_t session) {
+  // A session that took the place of this one waits for its own turn.
+  if (!RefreshEntry()) return;
   bool merge = false;
   {
     const MutexLock lock(rescan_events_lock);

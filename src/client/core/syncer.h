@@ -66,6 +66,8 @@ class Syncer : public Task {
   enum class WaitEnd { APPLIED, LEFT };
 
   int UpdateContext();
+  // What the control thread has changed in the session meanwhile; false when it is gone.
+  bool RefreshEntry();
   bool IsSessionReady();
 
   int PullEvent();
@@ -102,12 +104,12 @@ class Syncer : public Task {
   int ReloadProfile();
   int UpdateProfile(const PObject& response);
   void CleanProfilefile(const PObject& response);
-  int LoadProfiles();
 
   const ReplaceFilterFunction replace_filter_;
   Context context;
   PStream stream;
   std::atomic<int> abort_flag{0};
+  std::uint64_t times_sync_id_set_ = 0;  // when context.sync_id was read
   // What stood before the pull in hand queued its first event.
   std::uint64_t unapplied_before_ = 0;
   bool acl_rescan_ = false;  // the pull in hand queued what the user's new rights may show
