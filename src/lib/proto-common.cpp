@@ -76,13 +76,12 @@ int RefusalOfTls(std::uint32_t code) {
 // Makes `tree` equal to `prepared`, which is as flat as callers write trees. Payloads stay where
 // they are: callers may point at them.
 void Restore(const PObject& prepared, PObject& tree) {
-  if (prepared.type() != tree.type()) {
-    tree = prepared;
-  } else if (prepared.isMap()) {
+  const bool same_type = prepared.type() == tree.type();
+  if (same_type && prepared.isMap()) {
     std::erase_if(tree.asMap(),
                   [&](const auto& member) { return !prepared.hasMember(member.first); });
     for (const auto& [key, value] : prepared.asMap()) Restore(value, tree[key]);
-  } else if (prepared.isBinary()) {
+  } else if (same_type && prepared.isBinary()) {
     tree.asBinary() = prepared.asBinary();
   } else {
     tree = prepared;
