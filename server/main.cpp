@@ -120,7 +120,8 @@ int main(int argc, char** argv) {
   group->require_subcommand(1);
   command = AddCommand(*group, "add", "add a user", common);
   command->add_option("name", user.name)->required();
-  command->add_option("--uid", user.uid, "number that access lists know the user by");
+  command->add_option("--uid", user.uid,
+                      "number that access lists know the user by; a free one without");
   command->add_option("--group", user.groups, "a group's number; may come several times");
   command->add_flag("--admin", user.is_admin, "access lists do not hold for an administrator");
   command->callback(

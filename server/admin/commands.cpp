@@ -91,9 +91,10 @@ int Commands::AddUser(User user) {
     Json::Value value;
     value["id"] = Json::UInt64(user.id);
     value["name"] = user.name;
+    value["uid"] = user.uid;
     PrintJson(value);
   } else {
-    std::cout << "user " << user.name << " added\n";
+    std::cout << "user " << user.name << " added, its uid is " << user.uid << '\n';
   }
   return 0;
 }

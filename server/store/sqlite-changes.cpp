@@ -98,6 +98,12 @@ Outcome SqliteMetadata::RemoveNode(std::uint64_t view, const std::string& path,
 
 int SqliteMetadata::AddUser(User& user) {
   const Outcome outcome = Change([&](Database& db) {
+    if (user.uid == 0) {
+      Query free =
+          db.Prepare("SELECT max(999, ifnull(max(uid), 0)) + 1 FROM users WHERE uid < 4294967295");
+      if (free.Step() != 1) return Outcome::kFailed;
+      user.uid = static_cast<std::uint32_t>(free.Number());
+    }
     if (!(db.Prepare("INSERT INTO users (name, uid, is_admin) VALUES (?, ?, ?)")
           << user.name << user.uid << user.is_admin)
              .Run()) {

@@ -44,7 +44,8 @@ class SqliteMetadata : public Metadata {
   int ListRuled(std::uint64_t view, const std::string& folder, std::vector<Node>& out) override;
 
   // --- for the administrator: 0 or -1, lookups as above ---
-  int AddUser(User& user);  // sets the id; -1 also when the name is taken
+  // Sets the id, and a free uid in place of 0; -1 also when the name is taken.
+  int AddUser(User& user);
   // A new random token, which is shown now and never again: only its hash is kept.
   int NewSession(const std::string& user, std::string& token);
   int AddView(View& view);  // sets the id and makes the root

@@ -42,6 +42,7 @@ TEST(ServerAdmin, SetsUpAServerAndTellsOfIt) {
   EXPECT_EQ(server.status, 0);
   server.Run("user add ada");
   EXPECT_EQ(server.status, 1);
+  EXPECT_EQ(server.Run("user add bob"), "user bob added, its uid is 1001\n");
   EXPECT_EQ(server.Run("session ada").size(), 65U);
   server.Run("session eve");
   EXPECT_EQ(server.status, 1);
