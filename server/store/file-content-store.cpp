@@ -50,6 +50,12 @@ int Fail(int line, const ustring& path) {
   return -1;
 }
 
+// A synced file can still lose its name with the power, and so can its folder.
+bool SyncNames(const ustring& store, const ustring& folder) {
+  return platform::files().SyncDirectory(folder).ok() &&
+         platform::files().SyncDirectory(store).ok();
+}
+
 void ListFolder(const ustring& path, std::vector<ustring>& names) {
   DIR_HANDLE folder;
   FSOpenDir(path, 0, folder);
@@ -82,16 +88,21 @@ int FileContentStore::Add(const ustring& file, const std::string& md4, Content& 
   content.md4 = md4;
   if (!Hash(open.get(), content.sha256, content.size)) return Fail(__LINE__, file);
   const ustring target = PathOf(content.sha256);
+  const ustring folder(target.view().substr(0, target.view().rfind('/')));
   FILE_INFO there;
   if (FSStat(target, there, false) == 0 && there.isExist && there.size == content.size) {
     open.Reset();
+    // Another thread may have just put it there, and not synced its name yet.
+    if (!SyncNames(folder_, folder)) return Fail(__LINE__, file);
     FSRemove(file, false);
     return 0;
   }
   if (!files.Sync(open.get()).ok()) return Fail(__LINE__, file);
   open.Reset();
-  const ustring folder(target.view().substr(0, target.view().rfind('/')));
-  if (FSMKDir(folder, true) != 0 || FSRename(file, target, true) != 0) return Fail(__LINE__, file);
+  if (FSMKDir(folder, true) != 0 || !platform::files().SyncDirectory(folder_).ok() ||
+      FSRename(file, target, true) != 0) {
+    return Fail(__LINE__, file);
+  }
   return 0;
 }
 
