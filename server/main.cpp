@@ -62,6 +62,10 @@ int RunServer(const Common& common, const std::string& listen, unsigned versions
   Logger::Initialize(Logger::STDERR_LOGGER, "", "", 0);
   DataFolder data{ustring(common.data)};
   if (data.Open(versions) != 0) return 1;
+  if (!data.Claim()) {
+    std::cerr << "tolven-server: '" << common.data << "' is served already\n";
+    return 1;
+  }
   options.data_dir = data.path();
   return Serve(options, data.metadata(), data.contents()) == 0 ? 0 : 1;
 }
@@ -199,7 +203,7 @@ int main(int argc, char** argv) {
 
   bool sweep = false;
   command = AddCommand(app, "check", "verify every row and every content", common);
-  command->add_flag("--sweep", sweep, "remove contents that nothing has; not while it serves");
+  command->add_flag("--sweep", sweep, "remove contents that nothing has");
   command->callback(
       [&] { status = WithData(common, [&](Commands& c) { return c.Check(sweep); }); });
 

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <string>
 
@@ -94,7 +95,7 @@ void BareFiles(benchmark::State& state) {
   for (auto _ : state) {
     const std::uint64_t number = ++step;
     WriteContent(part, state.thread_index(), number, true);
-    Require(files.Rename(part, store + "/" + ustring(std::to_string(number))).ok());
+    std::filesystem::rename(part.str(), store.str() + "/" + std::to_string(number));
     Require(files.SyncDirectory(store).ok());
     journal.Commit();
   }

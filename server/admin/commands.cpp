@@ -129,6 +129,7 @@ int Commands::AddView(View view) {
 
 int Commands::Tell(Outcome outcome, const Node& node) {
   if (outcome == Outcome::kNotFound) return Fail("there is no such object or version");
+  if (outcome == Outcome::kConflict) return Fail("a folder has that name now");
   if (outcome == Outcome::kQuota) return Fail("the view's quota is used up");
   if (outcome != Outcome::kDone) return Fail("the change was not made");
   if (json_) {
@@ -263,6 +264,7 @@ int Commands::Restore(const std::string& view_name, const std::string& path,
 }
 
 int Commands::Check(bool sweep) {
+  if (sweep && !data_.Claim()) return Fail("contents are removed only while nobody serves them");
   std::vector<std::string> problems;
   if (data_.metadata().Check(problems) != 0) return Fail("the metadata cannot be read");
   std::set<std::string> known;

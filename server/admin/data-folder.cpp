@@ -31,6 +31,12 @@ int DataFolder::Open(unsigned versions) {
   return -1;
 }
 
+// A transaction that stays open: the system ends it with the process, however that ends.
+bool DataFolder::Claim() {
+  return claim_.Open(path_ + "/claim.sqlite") &&
+         claim_.Execute("PRAGMA busy_timeout = 0; BEGIN IMMEDIATE;");
+}
+
 ustring DataFolder::ProfileFolder(const std::string& user) const {
   return path_ + "/profiles/" + ustring(HashMD5(ustring(user)).str());
 }

@@ -3,6 +3,7 @@
 
 #include <memory>
 
+#include "server/store/database.h"
 #include "server/store/file-content-store.h"
 #include "server/store/sqlite-metadata.h"
 #include "ustring/ustring.h"
@@ -18,6 +19,10 @@ class DataFolder {
   // line on standard error.
   int Open(unsigned versions = SqliteMetadata::kVersions);
 
+  // For serving and for removing contents, which exclude one another: false when another program
+  // has the claim. It ends with the object, or with the process.
+  bool Claim();
+
   const ustring& path() const { return path_; }
   SqliteMetadata& metadata() { return *metadata_; }
   FileContentStore& contents() { return *contents_; }
@@ -27,6 +32,7 @@ class DataFolder {
   ustring MetadataPath() const { return path_ + "/metadata.sqlite"; }
 
   const ustring path_;
+  Database claim_;
   std::unique_ptr<SqliteMetadata> metadata_;
   std::unique_ptr<FileContentStore> contents_;
 };

@@ -153,6 +153,7 @@ std::uint32_t Uploader::Commit() {
   put.path = command_.path;
   put.is_dir = is_dir_;
   put.base = base_;
+  put.max_id = command_.request["max_id"].asUInt64();
   put.content = content_;
   put.uid = command_.user.uid;
   const PObject& mtime = command_.request["mtime"];

@@ -54,6 +54,8 @@ class Database {
 
   bool Open(const ustring& path);
   bool Execute(const char* script);
+  // A failure may have taken the transaction back as a whole.
+  bool InTransaction() const { return sqlite3_get_autocommit(db_) == 0; }
   Query Prepare(const char* sql);
   std::uint64_t last_id() const;
   std::int64_t changes() const { return sqlite3_changes64(db_); }

@@ -50,12 +50,6 @@ int Fail(int line, const ustring& path) {
   return -1;
 }
 
-// A synced file can still lose its name with the power, and so can its folder.
-bool SyncNames(const ustring& store, const ustring& folder) {
-  return platform::files().SyncDirectory(folder).ok() &&
-         platform::files().SyncDirectory(store).ok();
-}
-
 void ListFolder(const ustring& path, std::vector<ustring>& names) {
   DIR_HANDLE folder;
   FSOpenDir(path, 0, folder);
@@ -70,7 +64,16 @@ void ListFolder(const ustring& path, std::vector<ustring>& names) {
 
 FileContentStore::FileContentStore(ustring folder) : folder_(std::move(folder)) {}
 
-int FileContentStore::Open() { return FSMKDir(folder_, true) == 0 ? 0 : -1; }
+// All folders are made and their names synced here, so that an upload syncs one folder only.
+int FileContentStore::Open() {
+  if (FSMKDir(folder_, true) != 0) return -1;
+  constexpr const char* kDigits = "0123456789abcdef";
+  for (int i = 0; i < 256; ++i) {
+    const char name[] = {'/', kDigits[i >> 4], kDigits[i & 15], '\0'};
+    if (FSMKDir(folder_ + name, false) != 0) return -1;
+  }
+  return platform::files().SyncDirectory(folder_).ok() ? 0 : -1;
+}
 
 ustring FileContentStore::PathOf(const std::string& sha256) {
   if (sha256.size() <= kFolderDigits) return {};
@@ -88,22 +91,17 @@ int FileContentStore::Add(const ustring& file, const std::string& md4, Content& 
   content.md4 = md4;
   if (!Hash(open.get(), content.sha256, content.size)) return Fail(__LINE__, file);
   const ustring target = PathOf(content.sha256);
-  const ustring folder(target.view().substr(0, target.view().rfind('/')));
-  FILE_INFO there;
-  if (FSStat(target, there, false) == 0 && there.isExist && there.size == content.size) {
+  if (Verify(content) == 1) {
     open.Reset();
     // Another thread may have just put it there, and not synced its name yet.
-    if (!SyncNames(folder_, folder)) return Fail(__LINE__, file);
+    const ustring folder(target.view().substr(0, target.view().rfind('/')));
+    if (!files.SyncDirectory(folder).ok()) return Fail(__LINE__, file);
     FSRemove(file, false);
     return 0;
   }
   if (!files.Sync(open.get()).ok()) return Fail(__LINE__, file);
   open.Reset();
-  if (FSMKDir(folder, true) != 0 || !platform::files().SyncDirectory(folder_).ok() ||
-      FSRename(file, target, true) != 0) {
-    return Fail(__LINE__, file);
-  }
-  return 0;
+  return files.Rename(file, target).ok() ? 0 : Fail(__LINE__, file);
 }
 
 int FileContentStore::Verify(const Content& content) {

@@ -70,7 +70,9 @@ struct Put {
   std::string path;
   bool is_dir = false;
   std::uint64_t base = 0;  // number of the version that this replaces; 0: the path is new
-  Content content;         // of a file; its bytes are in the content store already
+  // Highest number that the client knows at and below a folder which a file replaces.
+  std::uint64_t max_id = 0;
+  Content content;                     // of a file; its bytes are in the content store already
   std::optional<std::uint32_t> mtime;  // unset: as before
   std::optional<bool> exec_bit;
   std::uint32_t uid = 0;  // of who does it

@@ -1,4 +1,6 @@
 // What changes the metadata.
+#include <algorithm>
+
 #include "server/store/node-rows.h"
 #include "server/store/sqlite-metadata.h"
 #include "server/store/token.h"
@@ -17,6 +19,9 @@ bool HoldsTheSame(const Node& node, const Put& put) {
 Outcome CheckBase(const Put& put, bool live, const Node& current) {
   if (put.base != 0 && !live) return Outcome::kNoBase;
   if (put.base != 0 && current.sync_id != put.base) return Outcome::kBaseChanged;
+  if (live && current.is_dir && !put.is_dir && current.max_id > std::max(put.base, put.max_id)) {
+    return Outcome::kBaseChanged;  // something below would go that the client has not seen
+  }
   if (put.base == 0 && live && !HoldsTheSame(current, put)) return Outcome::kConflict;
   return Outcome::kDone;
 }
@@ -196,6 +201,7 @@ Outcome SqliteMetadata::Restore(std::uint64_t view, const std::string& path, std
   if (kept == 0 || wanted.is_dir || wanted.is_removed) return Outcome::kNotFound;
   const int found = FindNode(view, path, current);
   if (found < 0) return Outcome::kFailed;
+  if (found == 1 && !current.is_removed && current.is_dir) return Outcome::kConflict;
   Put put;
   put.path = path;
   put.base = found == 1 && !current.is_removed ? current.sync_id : 0;

@@ -25,14 +25,15 @@ bool WriteQueue::Run(const Change& change) {
 void WriteQueue::RunBatch(std::deque<Waiter*>& batch) {
   bool durable = db_.Execute("BEGIN IMMEDIATE;");
   for (Waiter* const waiter : batch) waiter->kept = durable && RunOne(*waiter);
-  durable = durable && db_.Execute("COMMIT;");
+  durable = durable && db_.InTransaction() && db_.Execute("COMMIT;");
   if (durable) return;
-  (void)db_.Execute("ROLLBACK;");
+  if (db_.InTransaction()) (void)db_.Execute("ROLLBACK;");
   for (Waiter* const waiter : batch) waiter->kept = false;
 }
 
 bool WriteQueue::RunOne(Waiter& waiter) {
-  if (!db_.Execute("SAVEPOINT one;")) return false;
+  // Outside of the batch's transaction a savepoint would commit by itself.
+  if (!db_.InTransaction() || !db_.Execute("SAVEPOINT one;")) return false;
   const bool stands = waiter.change(db_);
   if (!stands) (void)db_.Execute("ROLLBACK TO one;");
   return db_.Execute("RELEASE one;") && stands;

@@ -151,7 +151,7 @@ TEST_F(EventDb, ParentsListingsAndTheRecycleBin) {
     ASSERT_EQ(db_.getEventInfo(parent, info), 1) << parent;
     EXPECT_TRUE(info.IsDir() && info.syncID == 0 && info.maxSyncID == 9 && info.unixMode == 1877);
   }
-  const auto names = [this](auto list_into) {
+  const auto names = [](auto list_into) {
     StringBuffer buffer;
     FileList list(buffer);
     EXPECT_EQ(list_into(list), 0);

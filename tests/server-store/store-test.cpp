@@ -35,10 +35,12 @@ class StoreTest : public ::testing::Test {
     EXPECT_EQ(contents_.Add(file, "md4 of " + text, content), 0);
     return content;
   }
-  Outcome PutFile(const std::string& path, const std::string& text, std::uint64_t base = 0) {
+  Outcome PutFile(const std::string& path, const std::string& text, std::uint64_t base = 0,
+                  std::uint64_t max_id = 0) {
     Put put;
     put.path = path;
     put.base = base;
+    put.max_id = max_id;
     put.content = Store(text);
     put.mtime = 5;
     return metadata_.PutNode(view_.id, put, made_);
@@ -120,7 +122,10 @@ TEST_F(StoreTest, EveryChangeHasItsNumberAndItsConditions) {
   EXPECT_EQ(PutFile("/docs", "text"), Outcome::kDone);
   EXPECT_EQ(PutDir("/docs", made_.sync_id), Outcome::kDone);
   EXPECT_EQ(PutFile("/docs/b", "b"), Outcome::kDone);
-  EXPECT_EQ(PutFile("/docs", "text", Find("/docs").sync_id), Outcome::kDone);
+  const Node docs = Find("/docs");
+  EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id - 1), Outcome::kBaseChanged);
+  EXPECT_FALSE(Find("/docs/b").is_removed);
+  EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id), Outcome::kDone);
   EXPECT_TRUE(Find("/docs/b").is_removed);
   EXPECT_EQ(Used(), 7U);
   ExpectSound();
