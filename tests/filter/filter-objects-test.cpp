@@ -24,7 +24,11 @@ TEST(FilterObjects, EditsTakeTheKeysOfTheirSection) {
   B list;
   {
     const FilterGuard filter(list);
-    auto& [version, common, file, folder, ea] = *filter;
+    auto& [version, common_section, file_section, folder_section, ea] = *filter;
+    // Lambdas cannot take what a structured binding names.
+    auto& common = common_section;
+    auto& file = file_section;
+    auto& folder = folder_section;
     ustring text = "abc";
     const std::uint64_t number = 3;
     // Which of the ten keys each operation serves.
@@ -44,14 +48,14 @@ TEST(FilterObjects, EditsTakeTheKeysOfTheirSection) {
       }
       EXPECT_EQ(keys, operations[operation].first);
     };
-    for (const std::size_t insertion : {0, 1, 2, 3, 4}) expect_served(insertion);
+    for (const std::size_t insertion : {0U, 1U, 2U, 3U, 4U}) expect_served(insertion);
     text = "ABC";  // in another case it is not added again
-    for (const std::size_t insertion : {0, 1, 2}) expect_served(insertion);
+    for (const std::size_t insertion : {0U, 1U, 2U}) expect_served(insertion);
     for (const auto* set : {&common.black_dir_prefix, &file.black_glob, &folder.black_suffix}) {
       EXPECT_EQ(set->set, std::vector<std::string>{"abc"});
     }
     EXPECT_EQ(common.black_char.str, "ABC");
-    for (const std::size_t removal : {5, 6}) expect_served(removal);
+    for (const std::size_t removal : {5U, 6U}) expect_served(removal);
     EXPECT_TRUE(common.black_name.set.empty() && file.black_prefix.set.empty());
     EXPECT_EQ(B::InsertFilter(&version, 1, 4), 0);
   }
