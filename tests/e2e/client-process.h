@@ -1,0 +1,239 @@
+// The real daemon with one session on a folder of its own, until the object goes.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "app/daemon-home.h"
+#include "e2e/server-process.h"
+#include "platform/process.h"
+#include "support/local-ui.h"
+
+namespace tolven::test {
+
+namespace fs = std::filesystem;
+
+// Looks until `condition` holds, for two minutes at most.
+inline bool Eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+// What a folder holds: the content of each file, "<dir>" for each folder.
+using Tree = std::map<std::string, std::string>;
+
+inline Tree ReadTree(const std::string& root) {
+  Tree tree;
+  std::error_code error;
+  for (fs::recursive_directory_iterator at(root, error), end; !error && at != end;
+       at.increment(error)) {
+    const std::string path = at->path().string();
+    if (at->path().filename() == ".ZentrovaWorkingDirectory") {
+      at.disable_recursion_pending();
+      continue;
+    }
+    tree[path.substr(root.size() + 1)] = at->is_directory() ? "<dir>" : ReadFile(ustring(path));
+  }
+  return tree;
+}
+
+class ClientProcess {
+ public:
+  struct Options {
+    bool tls = false;
+    bool merge = false;     // "sync_mode"
+    std::string root = {};  // empty: a folder of the client's own
+    std::string white_list = "*";
+    int build = 3317;
+    std::string remote_path = "/";
+  };
+
+  ClientProcess(const ServerProcess& server, std::string name, Options options)
+      : server_(server),
+        name_(std::move(name)),
+        options_(std::move(options)),
+        ui_(29'000),
+        home_(ui_.port(), "worker_count = 3\n") {
+    if (options_.root.empty()) options_.root = (folder_ / "root").str();
+    fs::create_directories(options_.root);
+    fs::create_directories((folder_ / "config/conf").str());
+    SetRules("");
+    WriteFile(folder_ / "config/conf/force-hash-check-list.filter", kVersion);
+    WriteFile(folder_ / "config/conf/whitelist.filter",
+              std::string(kVersion) + "[File]\nwhite_ext = \"" + options_.white_list + "\"\n");
+    WriteFile(home_.folder / "levels",
+              "worker_debug = 7\nsyncer_debug = 7\nevent_list_debug = 4\n");
+    listening_ = std::thread([this] { Listen(); });
+    Start();
+  }
+  ClientProcess(const ServerProcess& server, std::string name)
+      : ClientProcess(server, std::move(name), Options()) {}
+  ~ClientProcess() {
+    if (running_) Stop();
+    done_ = true;
+    // Wakes the listener.
+    PObject nothing;
+    nothing["end"] = 1;
+    IPCSender sender;
+    PObject reply;
+    if (sender.connect(ui_.port()) == 0) (void)sender.send(nothing, false, reply);
+    listening_.join();
+    if (::testing::Test::HasFailure()) PrintLog();
+  }
+  ClientProcess(const ClientProcess&) = delete;
+  ClientProcess& operator=(const ClientProcess&) = delete;
+
+  void Start() {
+    port_ = 0;
+    ASSERT_TRUE(
+        platform::process().Spawn({ustring(DAEMON), home_.conf}, folder_ / "out", child_).ok());
+    running_ = true;
+    ASSERT_TRUE(Eventually([this] { return port_ != 0; }));
+    Tell("link");
+    AddConnection();
+    AddSession(options_.merge);
+  }
+  // In order.
+  void Stop() {
+    Tell("stop");
+    int status = -1;
+    EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
+    EXPECT_EQ(status, 0);
+    running_ = false;
+  }
+  // At once, wherever it is.
+  void Kill() {
+    int status = 0;
+    (void)platform::process().Kill(child_);
+    EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
+    running_ = false;
+  }
+
+  PObject Tell(const char* action, PObject request = PObject()) {
+    request["action"] = action;
+    return LocalUi::Ask(port_, request);
+  }
+  PObject TellSession(const char* action) {
+    PObject request;
+    request["session_id"] = 1;
+    return Tell(action, request);
+  }
+  void AddConnection() {
+    PObject request;
+    request["connection_id"] = 5;
+    request["server_ip"] = "127.0.0.1";
+    request["server_port"] = server_.port;
+    request["session"] = ustring(server_.token);
+    request["use_ssl"] = options_.tls;
+    request["ssl_allow_untrust"] = true;
+    request["computer_name"] = ustring(name_);
+    request["package_version"] = options_.build;
+    EXPECT_FALSE(Tell("link_connection", request).hasMember("error"));
+  }
+  PObject AddSession(bool merge) {
+    PObject request;
+    request["connection_id"] = 5;
+    request["session_id"] = 1;
+    request["view_id"] = 1;
+    request["config_path"] = folder_ / "config";
+    request["sync_folder"] = ustring(options_.root);
+    request["remote_path"] = ustring(options_.remote_path);
+    request["sync_mode"] = merge;
+    PObject reply = Tell("add_session", request);
+    EXPECT_FALSE(reply.hasMember("error")) << reply.toString().str();
+    return reply;
+  }
+  PObject Session() {
+    const PObject status = Tell("get_status");
+    const auto& sessions = status["session_list"].asArray();
+    return sessions.empty() ? PObject() : sessions.front();
+  }
+  // `sections`: what the session's black list holds.
+  void SetRules(const std::string& sections) {
+    WriteFile(folder_ / "config/conf/blacklist.filter", kVersion + sections);
+  }
+  void ReloadRules() { EXPECT_FALSE(TellSession("reload_filter").hasMember("error")); }
+
+  const std::string& root() const { return options_.root; }
+  ustring operator/(const std::string& path) const { return ustring(options_.root + "/" + path); }
+  std::string working_directory() const { return options_.root + "/.ZentrovaWorkingDirectory"; }
+  std::string config() const { return (folder_ / "config").str(); }
+  Tree Files() const { return ReadTree(options_.root); }
+  std::string Log() const { return ReadFile(home_.log); }
+
+  // The number up to which the session has applied what the server told.
+  std::uint64_t StoredNumber() const {
+    std::uint64_t number = 0;
+    Query("SELECT value FROM config_table WHERE key = 'sync_id';", [&](sqlite3_stmt* row) {
+      number = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0));
+    });
+    return number;
+  }
+  void Query(const std::string& sql, const std::function<void(sqlite3_stmt*)>& each) const {
+    sqlite3* db = nullptr;
+    const std::string path = config() + "/db/event-db.sqlite";
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+      sqlite3_busy_timeout(db, 10'000);
+      sqlite3_stmt* statement = nullptr;
+      if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK) {
+        while (sqlite3_step(statement) == SQLITE_ROW) each(statement);
+      }
+      sqlite3_finalize(statement);
+    }
+    sqlite3_close(db);
+  }
+  // What the UI was told, by type.
+  int Told(const std::string& type) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = told_.find(type);
+    return found == told_.end() ? 0 : found->second;
+  }
+
+ private:
+  static constexpr char kVersion[] = "[Version]\nmajor = 1\nminor = 0\n";
+
+  void Listen() {
+    while (!done_) {
+      const PObject message = ui_.Receive();
+      if (message.hasMember("daemon_port")) port_ = message["daemon_port"].asInt32();
+      const std::lock_guard lock(mutex_);
+      ++told_[message["notify_type"].asString().str()];
+    }
+  }
+  void PrintLog() const {
+    const std::string log = Log();
+    const std::size_t kept = std::min<std::size_t>(log.size(), 12'000);
+    std::printf("---- %s\n%s\n", name_.c_str(), log.substr(log.size() - kept).c_str());
+  }
+
+  const ServerProcess& server_;
+  const std::string name_;
+  Options options_;
+  TempFolder folder_;
+  LocalUi ui_;
+  DaemonHome home_;
+  platform::ChildProcess child_;
+  std::thread listening_;
+  std::atomic<bool> done_{false};
+  std::atomic<int> port_{0};
+  bool running_ = false;
+  mutable std::mutex mutex_;
+  std::map<std::string, int> told_;
+};
+
+}  // namespace tolven::test
