@@ -6,6 +6,7 @@
 #include "ctl/hub-client.h"
 #include "ctl/hub.h"
 #include "ctl/json-tree.h"
+#include "ctl/words.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/process.h"
