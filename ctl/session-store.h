@@ -7,6 +7,7 @@
 // Not locked; one process at a time changes the file (see HomeClaim).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -61,6 +62,9 @@ class SessionStore {
   SessionRecord& Add(SessionRecord session);
   void RemoveConnection(std::uint64_t id);
   void RemoveSession(std::uint64_t id);
+
+  // Ids up to this one are never given.
+  void ReserveSessions(std::uint64_t id) { next_session_ = std::max(next_session_, id + 1); }
 
   // Null when there is none. Valid until something is added or removed.
   ConnectionRecord* FindConnection(std::uint64_t id);
