@@ -2,6 +2,8 @@
 // two daemons.
 #pragma once
 
+#include <memory>
+
 #include "ctl/home.h"
 #include "server/store/database.h"
 
@@ -14,7 +16,7 @@ class HomeClaim {
   bool Take(const Home& home);
 
  private:
-  server::Database database_;
+  std::unique_ptr<server::Database> database_;
 };
 
 }  // namespace tolven::ctl
