@@ -11,6 +11,8 @@ namespace {
 
 constexpr std::size_t kKeptLines = 200;
 constexpr std::size_t kKeptWaiting = 20;
+// The daemon repeats an error at each try. One that it did not for so long is over.
+constexpr std::int64_t kErrorMs = 60'000;
 // Weight of the newest look in a transfer's speed.
 constexpr double kNewest = 0.4;
 
@@ -60,7 +62,9 @@ void Monitor::SetAdded(std::uint64_t session_id, bool is_added) {
 void Monitor::SetSessionProblem(std::uint64_t session_id, const std::string& problem) {
   MutexLock lock(mutex_);
   const auto found = sessions_.find(session_id);
-  if (found == sessions_.end() || found->second.problem == problem) return;
+  if (found == sessions_.end()) return;
+  found->second.problem_until = kUntilCleared;
+  if (found->second.problem == problem) return;
   found->second.problem = problem;
   if (problem.empty()) return;
   const std::string text = problem + " (session " + std::to_string(session_id) + ")";
@@ -71,7 +75,9 @@ void Monitor::SetSessionProblem(std::uint64_t session_id, const std::string& pro
 void Monitor::SetConnectionProblem(std::uint64_t connection_id, const std::string& problem) {
   MutexLock lock(mutex_);
   const auto found = servers_.find(connection_id);
-  if (found == servers_.end() || found->second.problem == problem) return;
+  if (found == servers_.end()) return;
+  found->second.problem_until = kUntilCleared;
+  if (found->second.problem == problem) return;
   found->second.problem = problem;
   if (problem.empty()) return;
   const std::string text = problem + " (connection " + std::to_string(connection_id) + ")";
@@ -104,11 +110,43 @@ void Monitor::OnNotification(const PObject& message) {
   }
   // What is only queued fills the view of what moves; a folder of many files would drown the rest.
   if (kind == "syncing_file") return;
+  if (kind == "error") TakeError(message);
+  const bool is_problem = IsProblem(message);
+  if (is_problem && kind != "recent_file" && IsRepeated(text)) return;
   Add(lines_, text);
   if (kind == "recent_file") Add(recent_, text);
-  if (!IsProblem(message)) return;
-  // The daemon repeats what still holds at each try.
-  if (problems_.empty() || problems_.back().text != text) Add(problems_, text);
+  if (is_problem) Add(problems_, text);
+}
+
+bool Monitor::IsRepeated(const std::string& text) {
+  const std::int64_t now = Now();
+  std::erase_if(told_, [now](const auto& told) { return now - told.second > kErrorMs; });
+  const bool is_repeated = told_.contains(text);
+  told_[text] = now;
+  return is_repeated;
+}
+
+// What stands there until it is cleared tells more than an error's number does.
+void Monitor::TakeError(const PObject& message) {
+  const std::string words = ErrorWords(message["error_type"].asInt32());
+  const auto take = [&words](auto& holder) {
+    if (!holder.problem.empty() && holder.problem_until == kUntilCleared) return;
+    holder.problem = words;
+    holder.problem_until = Now() + kErrorMs;
+  };
+  const auto session = sessions_.find(message["session_id"].asUInt64());
+  if (session != sessions_.end()) take(session->second);
+  const auto server = servers_.find(message["connection_id"].asUInt64());
+  if (server != servers_.end()) take(server->second);
+}
+
+void Monitor::ForgetOldErrors() {
+  const std::int64_t now = Now();
+  const auto forget = [now](auto& holder) {
+    if (now > holder.problem_until) holder.problem.clear();
+  };
+  for (auto& [id, session] : sessions_) forget(session);
+  for (auto& [id, server] : servers_) forget(server);
 }
 
 // An error of a connection stands for all that use it.
@@ -125,6 +163,7 @@ void Monitor::Disturb(const PObject& message) {
 void Monitor::OnStatus(const PObject& status) {
   MutexLock lock(mutex_);
   status_ = status;
+  ForgetOldErrors();
   TakeConnections(status["connection_list"]);
   TakeSessions(status["session_list"]);
   TakeTransfers(status["worker_list"]);

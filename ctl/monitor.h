@@ -38,7 +38,7 @@ class Monitor {
                   const std::vector<SessionRecord>& sessions);
   // A session was handed to the daemon, or not: its quiet time begins anew.
   void SetAdded(std::uint64_t session_id, bool is_added);
-  // One line for a person; empty: all is well.
+  // One line for a person, until it is cleared by an empty one.
   void SetSessionProblem(std::uint64_t session_id, const std::string& problem);
   void SetConnectionProblem(std::uint64_t connection_id, const std::string& problem);
 
@@ -52,6 +52,8 @@ class Monitor {
   PObject Snapshot() const;
 
  private:
+  static constexpr std::int64_t kUntilCleared = INT64_MAX;
+
   struct Line {
     std::uint64_t number = 0;
     std::int64_t time = 0;
@@ -64,12 +66,14 @@ class Monitor {
     std::string status;  // the daemon's word
     std::uint64_t unfinished = 0;
     std::string problem;
+    std::int64_t problem_until = kUntilCleared;
     std::deque<std::string> waiting;
   };
   struct Server {
     ConnectionRecord record;
     bool is_connected = false;
     std::string problem;
+    std::int64_t problem_until = kUntilCleared;
   };
   // Progress of a transfer, for its speed.
   struct Pace {
@@ -82,6 +86,9 @@ class Monitor {
 
   void Add(Lines& lines, const std::string& text) REQUIRES(mutex_);
   void Disturb(const PObject& message) REQUIRES(mutex_);
+  bool IsRepeated(const std::string& text) REQUIRES(mutex_);
+  void TakeError(const PObject& message) REQUIRES(mutex_);
+  void ForgetOldErrors() REQUIRES(mutex_);
   void TakeConnections(const PObject& list) REQUIRES(mutex_);
   void TakeSessions(const PObject& list) REQUIRES(mutex_);
   void TakeTransfers(const PObject& list) REQUIRES(mutex_);
@@ -94,6 +101,7 @@ class Monitor {
   std::map<std::uint64_t, Server> servers_ GUARDED_BY(mutex_);
   std::map<std::pair<std::uint64_t, std::string>, Pace> paces_ GUARDED_BY(mutex_);
   Lines lines_ GUARDED_BY(mutex_), recent_ GUARDED_BY(mutex_), problems_ GUARDED_BY(mutex_);
+  std::map<std::string, std::int64_t> told_ GUARDED_BY(mutex_);  // when an error came last
   std::uint64_t last_number_ GUARDED_BY(mutex_) = 0;
   PObject status_ GUARDED_BY(mutex_);
 };
