@@ -167,6 +167,11 @@ bool EventList2::HasLocalRemoval(const ustring& path) const {
   return tree_.HasLocalRemovalOnWay(path.view());
 }
 
+bool EventList2::HasServerEventBelow(const ustring& path) const {
+  MutexLock lock(mutex_);
+  return tree_.HasServerEventBelow(path.view());
+}
+
 void EventList2::TraverseTree() const {
   MutexLock lock(mutex_);
   LogTraversal(tree_, GetServerEventCount(), GetLocalEventCount());

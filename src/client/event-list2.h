@@ -60,6 +60,8 @@ class EventList2 {
 
   // Whether a removal made here is pending for `path` or for a folder above it.
   bool HasLocalRemoval(const ustring& path) const;
+  // Whether a change of the server is pending for something below `path`.
+  bool HasServerEventBelow(const ustring& path) const;
 
   bool IsEmpty() const { return counters_.AreZero(); }
   int32_t GetServerEventCount() const { return counters_.Get(true); }

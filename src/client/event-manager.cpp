@@ -150,6 +150,12 @@ bool EventManager::IsLocalRemovalPending(uint64_t sess_id, const ustring& path) 
   return pool != nullptr && pool->event_tree.HasLocalRemoval(path);
 }
 
+bool EventManager::IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) {
+  MutexLock lock(m_lock);
+  event_pool* const pool = FindPool(sess_id);
+  return pool != nullptr && pool->event_tree.HasServerEventBelow(path);
+}
+
 void EventManager::CountUnappliedServerEvent(uint64_t sess_id) {
   MutexLock lock(m_pool_index_lock);
   ++unapplied_[sess_id];

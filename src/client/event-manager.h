@@ -78,6 +78,9 @@ class EventManager {
   // task: that the path is gone then says nothing more.
   bool IsLocalRemovalPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
 
+  // Whether a change of the server for something below `path` waits or is with a task.
+  bool IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
+
   // How many server events of the session ended without being applied, ever: those that clearing
   // dropped, and those that were counted. The number outlives the session. A task counts an event
   // before it ends it, so that who sees no pending event sees the count of the last one.

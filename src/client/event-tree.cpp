@@ -106,6 +106,22 @@ bool EventTree::HasPendingChangeBelow(const EventDirNode& top) {
   return false;
 }
 
+bool EventTree::HasServerEventBelow(std::string_view path) const {
+  const EventDirNode* const top = FindDir(path);
+  if (top == nullptr) return false;
+  const auto is_servers = [](const EventNode& node) {
+    return node.status != EventStatus::DONE && node.attr.isServer();
+  };
+  for (const EventDirNode* dir = top; dir != nullptr; dir = NextBelow(*top, *dir)) {
+    if (dir != top && is_servers(*dir)) return true;
+    for (const EventFileNode* file = dir->files().first(); file != nullptr;
+         file = EventChildList<EventFileNode>::Next(*file)) {
+      if (is_servers(*file)) return true;
+    }
+  }
+  return false;
+}
+
 const EventDirNode* EventTree::NextBelow(const EventDirNode& top, const EventDirNode& dir) {
   if (!dir.dirs().empty()) return dir.dirs().first();
   for (const EventDirNode* node = &dir; node != &top; node = node->parent) {

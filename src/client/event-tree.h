@@ -42,6 +42,8 @@ class EventTree {
   static bool HasPendingChangeBelow(const EventDirNode& dir);
   // Whether a removal made locally is pending on `path` or on anything above it.
   bool HasLocalRemovalOnWay(std::string_view path) const;
+  // Whether anything pending below `path` is the server's.
+  bool HasServerEventBelow(std::string_view path) const;
   // The next directory of the tree below `top`, parents first; null at the end.
   static const EventDirNode* NextBelow(const EventDirNode& top, const EventDirNode& dir);
 

@@ -10,7 +10,10 @@
 
 namespace tolven {
 
+std::mutex file_op::rename_mutex;
+
 using file_op::kCategory;
+using file_op::rename_mutex;
 using platform::ErrorKind;
 using platform::NodeKind;
 using platform::OpenMode;
@@ -21,9 +24,6 @@ namespace {
 
 constexpr std::size_t kCopyBlock = 0x2000000;
 constexpr int kMaxTempNames = 100;
-
-// Renames of workers and of the folder watcher must not overlap.
-std::mutex rename_mutex;
 
 int CopyContent(platform::NativeFile source, platform::NativeFile target) {
   const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kCopyBlock]);
@@ -137,8 +137,16 @@ int FSRename(const ustring& from, const ustring& to, bool) {
 }
 
 int FSRenameNoReplace(const ustring& from, const ustring& to) {
-  const std::lock_guard lock(rename_mutex);
-  return RenameResult(platform::files().RenameNoReplace(from, to));
+  {
+    const std::lock_guard lock(rename_mutex);
+    const int code = RenameResult(platform::files().RenameNoReplace(from, to));
+    if (code != 0) return code;
+  }
+  // The new name first: a crash in between leaves two names and not none.
+  const ustring target = file_op::ParentOf(to), source = file_op::ParentOf(from);
+  (void)platform::files().SyncDirectory(target);
+  if (source != target) (void)platform::files().SyncDirectory(source);
+  return 0;
 }
 
 int FSMKDir(const ustring& path, bool isCreateParent) {

@@ -43,6 +43,16 @@ std::uint32_t Seconds(std::int64_t nanoseconds) {
   return static_cast<std::uint32_t>(seconds);
 }
 
+ustring ParentOf(const ustring& path) {
+  const std::string_view text = path.view();
+  const std::size_t root = platform::PathRootLength(path);
+  std::size_t end = text.size();
+  while (end > root && platform::IsPathSeparator(text[end - 1])) --end;
+  while (end > root && !platform::IsPathSeparator(text[end - 1])) --end;
+  while (end > root && platform::IsPathSeparator(text[end - 1])) --end;
+  return ustring(text.substr(0, end));
+}
+
 }  // namespace file_op
 
 namespace {

@@ -78,6 +78,20 @@ int FSRename(const ustring& from, const ustring& to, bool do_case_check);
 // -1 also when `to` exists; it is never replaced.
 int FSRenameNoReplace(const ustring& from, const ustring& to);
 
+// What puts a new file in place without a moment in which its name stands for less than a whole
+// file. FSFinish gives the finished file its permission bits and flushes what it holds.
+// FSMoveIntoPlace then renames it and flushes the folder: with `replace` over what is there, else
+// kNameTaken when there is something; kNameNotSupported as for FSRename, else -1.
+inline constexpr int kNameTaken = -2;
+int FSFinish(const ustring& path, std::uint32_t mode);
+int FSMoveIntoPlace(const ustring& from, const ustring& to, bool replace);
+// The bits for FSFinish of a file that replaces nothing.
+std::uint32_t FSNewFileMode();
+
+// Whether both looks saw the same object unchanged: its kind, size and identity, and its time as
+// fine as the file system has it.
+bool IsUntouched(const FILE_INFO& before, const FILE_INFO& now);
+
 // An existing folder is success.
 int FSMKDir(const ustring& path, bool isCreateParent);
 // Every missing folder on the way. What stands there and is no folder is removed when

@@ -2,7 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <fstream>
 #include <limits>
+#include <string>
 
 #include "platform/errno-linux.h"
 #include "platform/files.h"
@@ -50,6 +53,18 @@ timespec ToTimespec(std::int64_t ns) {
     rest += kSecond;
   }
   return {static_cast<time_t>(seconds), static_cast<long>(rest)};
+}
+
+// Bits that the system takes from the mode of every new file. Asking by umask() would change it for
+// a moment, in all threads.
+mode_t ProcessMask() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("Umask:")) {
+      return static_cast<mode_t>(std::strtoul(line.c_str() + 6, nullptr, 8));
+    }
+  }
+  return S_IWGRP | S_IWOTH;
 }
 
 // One that cannot be removed or replaced, whoever asks.
@@ -196,6 +211,11 @@ class LinuxFiles : public Files {
                                AT_SYMLINK_NOFOLLOW));
   }
 
+  std::uint32_t NewFileMode() override {
+    static const std::uint32_t mode = 0666 & ~ProcessMask();
+    return mode;
+  }
+
   Status SetReadOnly(const ustring& path, bool read_only) override {
     NodeInfo info;
     const Status status = Stat(path, info);
@@ -209,6 +229,10 @@ class LinuxFiles : public Files {
 
   Status Rename(const ustring& from, const ustring& to) override {
     return RenameReplacing(PathArgument(from).c_str(), PathArgument(to).c_str());
+  }
+
+  Status RenameUnsynced(const ustring& from, const ustring& to) override {
+    return StatusOf(::rename(PathArgument(from).c_str(), PathArgument(to).c_str()));
   }
 
   Status RenameNoReplace(const ustring& from, const ustring& to) override {

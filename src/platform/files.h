@@ -102,6 +102,8 @@ class Files {
 
   virtual Status SetModifiedTime(const ustring& path, std::int64_t mtime_ns) = 0;
   virtual Status SetMode(const ustring& path, std::uint32_t mode) = 0;
+  // The permission bits that programs of this user give to a new file.
+  virtual std::uint32_t NewFileMode() = 0;
   // Sets or clears the read-only attribute; on Linux the write bits of the owner.
   virtual Status SetReadOnly(const ustring& path, bool read_only) = 0;
   // No effect on Linux, where the leading dot serves.
@@ -110,7 +112,9 @@ class Files {
   // Replaces `to`; `to` holds the old or the new object whatever happens, never neither. Returns
   // once the change is on the disk.
   virtual Status Rename(const ustring& from, const ustring& to) = 0;
-  // Fails with kExists rather than replace `to`.
+  // The same for callers that sync the folders themselves.
+  virtual Status RenameUnsynced(const ustring& from, const ustring& to) = 0;
+  // Fails with kExists rather than replace `to`. The folders are the caller's to sync.
   virtual Status RenameNoReplace(const ustring& from, const ustring& to) = 0;
   // Removes a file or a link itself; a read-only attribute is cleared first.
   virtual Status RemoveFile(const ustring& path) = 0;

@@ -102,6 +102,7 @@ class ForwardingFiles : public Files, protected Forwarding {
   Status SetMode(const ustring& path, std::uint32_t mode) override {
     return Do("SetMode", [&] { return base_.SetMode(path, mode); });
   }
+  std::uint32_t NewFileMode() override { return base_.NewFileMode(); }
   Status SetReadOnly(const ustring& path, bool read_only) override {
     return Do("SetReadOnly", [&] { return base_.SetReadOnly(path, read_only); });
   }
@@ -111,6 +112,9 @@ class ForwardingFiles : public Files, protected Forwarding {
 
   Status Rename(const ustring& from, const ustring& to) override {
     return Do("Rename", [&] { return base_.Rename(from, to); });
+  }
+  Status RenameUnsynced(const ustring& from, const ustring& to) override {
+    return Do("RenameUnsynced", [&] { return base_.RenameUnsynced(from, to); });
   }
   Status RenameNoReplace(const ustring& from, const ustring& to) override {
     return Do("RenameNoReplace", [&] { return base_.RenameNoReplace(from, to); });

@@ -84,8 +84,7 @@ Status RenameKeeping(const char* from, const char* to) {
   if (status.code == EINVAL || status.code == ENOSYS || status.code == EOPNOTSUPP) {
     status = RenameByLink(from, to);
   }
-  if (!status.ok()) return status;
-  return SyncRename(from, to);
+  return status;
 }
 
 }  // namespace tolven::platform

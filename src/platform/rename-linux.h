@@ -1,4 +1,4 @@
-// Renames that are on the disk when they return.
+// Renames.
 #pragma once
 
 #include "platform/status.h"
@@ -6,8 +6,9 @@
 namespace tolven::platform {
 
 Status SyncFolder(const char* path);
+// On the disk when it returns.
 Status RenameReplacing(const char* from, const char* to);
-// Never replaces anything, also on file systems whose kernel driver has no such call.
+// Never replaces anything, also on file systems whose kernel driver has no such call. Not synced.
 Status RenameKeeping(const char* from, const char* to);
 
 // What RenameKeeping does without the kernel's help, not yet synced: a second name for a file and

@@ -11,6 +11,8 @@ class ErrorCallback {
  public:
   virtual ~ErrorCallback() = default;
   virtual void Exec(EventContext& context) = 0;
+  // Whether it is to run only once the event is finished, and not before another attempt.
+  virtual bool RunsOnlyAtEnd() const { return false; }
 };
 
 }  // namespace tolven

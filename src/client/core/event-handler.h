@@ -46,6 +46,10 @@ class EventHandler : public ErrorCodes {
   void SetErrorAction(ErrorAction action, std::unique_ptr<ErrorCallback> callback = nullptr) {
     controller_->SetErrorAction(action, std::move(callback));
   }
+  // Leaves a callback and the action as it is.
+  void SetCallback(std::unique_ptr<ErrorCallback> callback) {
+    SetErrorAction(GetErrorAction(), std::move(callback));
+  }
   WorkingType GetWorkingType() const { return controller_->GetWorkingType(); }
   void SetWorkingType(WorkingType type) { controller_->SetWorkingType(type); }
 

@@ -28,6 +28,7 @@ class File {
   std::uint32_t GetGid() const { return file_info.gid; }
   std::uint32_t GetMode() const { return file_info.mode; }
   ustring GetName() const;  // the last component of the path
+  const FILE_INFO& GetInfo() const { return file_info; }
   const ustring& GetPath() const { return path; }
 
   // Whether it could be opened so just now, asked each time. True for what does not exist.

@@ -5,6 +5,7 @@
 
 #include "client/core/connection-manager.h"
 #include "client/core/event-generator.h"
+#include "client/core/rescan-requests.h"
 #include "client/core/session-layout.h"
 #include "client/core/syncer-error-table.h"
 #include "client/core/syncer-log.h"
@@ -291,9 +292,12 @@ void Syncer::SendRescanEvent(std::uint64_t session) {
   {
     const MutexLock lock(rescan_events_lock);
     const auto found = rescan_events.find(session);
-    if (found == rescan_events.end()) return;
-    merge = found->second;
-    rescan_events.erase(found);
+    if (found != rescan_events.end()) {
+      merge = found->second;
+      rescan_events.erase(found);
+    } else if (!RescanRequests::getInstance().Take(session)) {
+      return;
+    }
   }
   SYNCER_INFO("session #%llu is up-to-date, issue rescan\n", session);
   replace_filter_(context.entry, merge);

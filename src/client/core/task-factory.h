@@ -24,6 +24,12 @@ using TaskTable = std::vector<std::unique_ptr<Task>>;
 // cannot.
 using TaskFactory = std::function<TaskTable(std::size_t worker_count)>;
 
+class EventDispatcher;
+
+// What a worker of the daemon does with its events: for each type the handlers in the order in
+// which they are asked.
+void AddEventHandlers(EventDispatcher& dispatcher);
+
 // The tasks of the daemon.
 TaskTable MakeTasks(std::size_t worker_count);
 

@@ -121,8 +121,9 @@ ErrorAction Worker::HandleError(int err) {
   return action;
 }
 
-void Worker::HandleErrorCallback() {
-  if (ErrorCallback* callback = controller.GetErrorCallback()) callback->Exec(context);
+void Worker::HandleErrorCallback(bool at_end) {
+  ErrorCallback* const callback = controller.GetErrorCallback();
+  if (callback != nullptr && (at_end || !callback->RunsOnlyAtEnd())) callback->Exec(context);
 }
 
 void Worker::ReportErorrToUI(int err, int type) {

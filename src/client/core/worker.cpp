@@ -108,12 +108,12 @@ void Worker::Settle(ErrorAction action, int err) {
   switch (action) {
     case ACTION_DEFAULT:
     case ACTION_RETRY:
-      HandleErrorCallback();
+      HandleErrorCallback(false);
       Wait(3);
       return;
     case ACTION_RETURN_EVENT:
       RedoEvent();
-      HandleErrorCallback();
+      HandleErrorCallback(false);
       Wait(2);
       break;
     case ACTION_DONE:
@@ -122,7 +122,7 @@ void Worker::Settle(ErrorAction action, int err) {
         manager_.CountUnappliedServerEvent(context.GetEvent().m_sess_id);
       }
       if (DoneEvent() < 0) return;
-      HandleErrorCallback();
+      HandleErrorCallback(true);
       break;
   }
   Release();

@@ -65,7 +65,7 @@ class Worker : public InterruptibleTask {
 
   // worker-outcome.cpp: what a result means, and who is told
   ErrorAction HandleError(int err) EXCLUDES(obj_lock);
-  void HandleErrorCallback();
+  void HandleErrorCallback(bool at_end);
   void ReportErorrToUI(int err, int type);
   void ProcessUINotification();
   void NotifyUI(UINotificationType type);

@@ -1,0 +1,81 @@
+#include "client/core/handlers/force-download-handler.h"
+
+#include "client/core/event-generator.h"
+#include "client/core/file.h"
+#include "client/core/handlers/handler-log.h"
+#include "client/core/helpers/file-helper.h"
+#include "client/core/helpers/handler-helper.h"
+#include "client/file-event-db.h"
+
+namespace tolven {
+
+namespace {
+
+const char* Source() { return "force-download-handler"; }
+
+}  // namespace
+
+bool ForceDownloadHandler::FilterEvent() {
+  const Event& event = GetContext().GetEvent();
+  return event.isServerEvent() && event.m_sync_id == kForcedDownload;
+}
+
+int ForceDownloadHandler::Handle() {
+  EventContext& context = GetContext();
+  const DBFileInfo db_info = context.GetDatabaseInfo();
+  const ustring& path = context.GetPath();
+  const File local(context.GetFullPath(), true);
+  SetAbortable(true);
+  if (db_info.syncID == 0) {
+    HANDLER_NOTE("Force download '%s' but cannot find any record in event DB, skipping.", path);
+    return 0;
+  }
+  if (local.Exists() && !FileHelper::LocallyModified(context, local, db_info)) {
+    HANDLER_INFO("Force download '%s' but NO local modification.", path);
+    if (context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL, path, 0) <
+        0) {
+      HANDLER_ERROR("RemoveRemote: Failed to remove filtered local event [%s]", path);
+      return ERR_SYS;
+    }
+    return 0;
+  }
+  if (!local.Exists() && !HandlerHelper::IsRootProved(context)) {
+    SetErrorAction(ACTION_RETURN_EVENT);
+    return ERR_INT;
+  }
+  return DownloadAnew(db_info);
+}
+
+// Without a number of its own the path is downloaded as new, at the version of its record.
+int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
+  EventContext& context = GetContext();
+  const Event forced = context.GetEvent();
+  HANDLER_INFO("Replace force download sync_id to synic_id in DB [%llu].", db_info.syncID);
+  Event event = forced;
+  event.m_sync_id = db_info.syncID;
+  event.m_max_id = db_info.maxSyncID;
+  DBFileInfo record = db_info;
+  record.syncID = 0;
+  record.maxSyncID = 0;
+  const bool is_old =
+      context.GetConnectionInfo().version_info.build_number <= DownloadRemoteHandlerV0::kLastBuild;
+  DownloadRemoteHandler& download = is_old ? download_v0_ : download_;
+  download.SetContext(&context);
+  download.SetWorkerController(&GetWorkerController());
+  context.SetEvent(event);
+  context.SetDatabaseInfo(record);
+  const int result = download.Handle();
+  // The next attempt begins as this one did.
+  context.SetEvent(forced);
+  const bool is_finished =
+      result == 0 && GetErrorAction() != ACTION_RETURN_EVENT && GetErrorAction() != ACTION_RETRY;
+  if (is_finished) return result;
+  DBFileInfo original = db_info;
+  if (context.GetEventDatabaseSafe().fillServerColumns(context.GetPath(), original) < 0 ||
+      context.UpdateDatabaseInfo(original) != 0) {
+    HANDLER_ERROR("Failed to write back the record of '%s'", context.GetPath());
+  }
+  return result;
+}
+
+}  // namespace tolven

@@ -1,0 +1,33 @@
+// Tells the server of a removal that was made here, for what the server is known to hold. A change
+// that somebody else made on the server wins.
+#pragma once
+
+#include <cstdint>
+
+#include "client/core/event-context.h"
+#include "client/core/event-handler.h"
+#include "client/core/file.h"
+#include "client/db-file-info.h"
+
+namespace tolven {
+
+class RemoveRemoteHandler : public EventHandler {
+ public:
+  int Handle() override;
+  bool FilterEvent() override;
+
+ private:
+  int Apply();
+  bool IsRemoveRemoteFilterPassed(int& filter_type);
+  int HandleFilteredEvent(int filter_type);
+  bool IsFakeRemoveRemoteEvent();
+  bool IsEventTypeMatched(const File& local_file);
+  int SendRemoveRequest(const DBFileInfo& db_info);
+  int HandleRemoveResponseError(std::uint32_t code, const DBFileInfo& db_info);
+  int OnModified(const DBFileInfo& db_info);
+  int OnRefused(const DBFileInfo& db_info);
+
+  bool is_removed_ = false;  // the server holds it no longer
+};
+
+}  // namespace tolven

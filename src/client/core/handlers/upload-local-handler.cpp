@@ -1,0 +1,181 @@
+#include "client/core/handlers/upload-local-handler.h"
+
+#include <memory>
+#include <utility>
+
+#include "client/core/callbacks/create-event-callback.h"
+#include "client/core/conflict-rename.h"
+#include "client/core/event-generator.h"
+#include "client/core/handlers/filter-type.h"
+#include "client/core/handlers/handler-log.h"
+#include "client/core/helpers/file-helper.h"
+#include "client/core/helpers/filter-helper.h"
+#include "client/core/helpers/handler-helper.h"
+#include "client/event-manager.h"
+#include "client/file-event-db.h"
+#include "lib/black-list2.h"
+#include "lib/profile-set.h"
+
+namespace tolven {
+
+namespace {
+
+const char* Source() { return "upload-local-handler"; }
+
+}  // namespace
+
+bool UploadLocalHandler::FilterEvent() { return GetContext().GetEvent().isLocalEvent(); }
+
+int UploadLocalHandler::Handle() {
+  is_sent_ = false;
+  const int result = Apply();
+  const Event& event = GetContext().GetEvent();
+  // A server's change that this event took the place of would be forgotten with it.
+  if (result == 0 && !is_sent_ && event.hasReplacedServerEvent()) {
+    EventManager::getInstance().CountUnappliedServerEvent(event.m_sess_id);
+  }
+  return result;
+}
+
+int UploadLocalHandler::Apply() {
+  EventContext& context = GetContext();
+  const File local(context.GetFullPath(), true);
+  SetAbortable(true);
+  if (!IsEventTypeMatched(local)) return local.Exists() ? 0 : OnVanished();
+  int filter_type = 0;
+  if (!IsUploadLocalFilterPassed(local, filter_type)) return HandleFilteredEvent(filter_type);
+  const Registry::Entry& entry = context.GetEntry();
+  if (entry.read_only && context.GetEvent().isLocalEvent()) {
+    HANDLER_INFO(
+        "Worker (%d): File '%s' in registry entry (with session id %llu) is read-only, ignore "
+        "event.",
+        GetWorkerId(), context.GetPath(), entry.sess_id);
+    return 0;
+  }
+  if (!local.CanRead()) {
+    HANDLER_ERROR("Worker (%d): unable to handle locked/no permission file '%s'.", GetWorkerId(),
+                  context.GetPath());
+    return ERR_LOCKED_FILE;
+  }
+  SetWorkingType(W_TYPE_UPLOAD);
+  const DBFileInfo db_info = context.GetDatabaseInfo();
+  const int result = HandleUpload(local, db_info);
+  if (result < 0) return result;
+  CheckAndHandleFileRemovedDuringUpload(local);
+  SetUINotification(UI_NOTIFY_CLIENT_MODIFY);
+  return 0;
+}
+
+bool UploadLocalHandler::IsEventTypeMatched(const File& local_file) {
+  if (!local_file.Exists()) {
+    HANDLER_INFO("Path '%s' cannot be uploaded. (vanish)", GetContext().GetPath());
+    return false;
+  }
+  if (local_file.IsFile() || local_file.IsDirectory()) return true;
+  HANDLER_INFO("Path '%s' cannot be uploaded. (unsupported file type)", GetContext().GetPath());
+  return false;
+}
+
+// That nothing is there says only where the session's folder is there that it was removed.
+int UploadLocalHandler::OnVanished() {
+  const EventContext& context = GetContext();
+  FILE_INFO info;
+  const bool is_gone = FSStat(context.GetFullPath(), info, true) == 0 && !info.isExist;
+  if (!is_gone || !HandlerHelper::IsRootProved(context)) {
+    SetErrorAction(ACTION_RETURN_EVENT);
+    return ERR_INT;
+  }
+  const Event& event = context.GetEvent();
+  auto callback = std::make_unique<CreateEventCallback>();
+  callback->SetServerRemoveEvent(event.m_path, event.isDir(), event.m_sync_id, event.m_max_id);
+  SetErrorAction(ACTION_DONE, std::move(callback));
+  return 0;
+}
+
+bool UploadLocalHandler::IsUploadLocalFilterPassed(const File& local_file, int& filter_type) {
+  const EventContext& context = GetContext();
+  const ustring& path = context.GetPath();
+  filter_type = FilterHelper::TestSystemFilter(context);
+  if (filter_type != 0) {
+    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
+    SetSystemFilterType(filter_type);
+    return false;
+  }
+  filter_type = FilterHelper::TestCommonFilter(context);
+  if (filter_type != 0) {
+    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
+    return false;
+  }
+  if (context.GetEvent().isDir()) return true;
+  filter_type = BlackList2::getInstance().TestFileSize(local_file.GetSize());
+  if (filter_type != 0) {
+    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
+    SetSystemFilterType(filter_type);
+    return false;
+  }
+  filter_type = context.GetBlackList().TestFileSize(local_file.GetSize());
+  if (filter_type != 0) {
+    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
+    return false;
+  }
+  filter_type = context.ServerBlackLists().TestFileSize(local_file.GetSize());
+  if (filter_type != 0) {
+    HANDLER_DEBUG("Filtered Event(server profile): '%s'. (blocked: %d)", path, filter_type);
+  }
+  return filter_type == 0;
+}
+
+int UploadLocalHandler::HandleFilteredEvent(int filter_type) {
+  EventContext& context = GetContext();
+  SetUINotification(UI_NOTIFY_FILTERED);
+  if (IsSystemFilterType(filter_type)) return 0;
+  if (!FileEventDB::IsValidFilterType(filter_type)) {
+    HANDLER_DEBUG("filter type %d is not accepted", filter_type);
+    return 0;
+  }
+  const FilteredEvent filtered =
+      FileEventDB::ToFilteredEvent(context.GetEvent(), FilteredEvent::FILTERED_SELECTIVE_SYNC);
+  if (context.GetEventDatabaseSafe().setLocalFilteredEvent(filtered) < 0) {
+    HANDLER_ERROR("Failed to setLocalFilteredEvent for session '%llu', path '%s'.",
+                  context.GetEntry().sess_id, context.GetPath());
+    return ERR_SYS;
+  }
+  HANDLER_INFO("Worker (%d): File '%s' cannot pass filter testing.", GetWorkerId(),
+               context.GetPath());
+  return 0;
+}
+
+// A server cannot hold a name that ends in a blank or a dot.
+int UploadLocalHandler::CheckAndHandleBaseNameConflict() {
+  const EventContext& context = GetContext();
+  const ustring name = FileHelper::GetBaseName(context.GetPath());
+  const ustring& computer = context.GetConnectionInfo().computer_name;
+  if (name.empty() || (name.view().back() != ' ' && name.view().back() != '.')) return kNameIsFine;
+  int code = 0;
+  if (name.view().back() == ' ') {
+    HANDLER_NOTE("TestBaseNameConflict: WhiteSpaceConflict '%s'.", context.GetPath());
+    code = WhiteSpaceConflictRename(context.GetFullPath(), computer, "WhiteSpaceConflict");
+  } else {
+    HANDLER_NOTE("TestBaseNameConflict: TailCharacterConflict '%s'.", context.GetPath());
+    code = ConflictRename(context.GetFullPath(), computer, "TailCharacterConflict");
+  }
+  return code < 0 ? static_cast<int>(ERR_SYS) : 0;
+}
+
+// It was recorded as existing, and the watcher's event may have come before that.
+void UploadLocalHandler::CheckAndHandleFileRemovedDuringUpload(const File& local_file) {
+  const EventContext& context = GetContext();
+  FILE_INFO info;
+  const bool is_gone = FSStat(local_file.GetPath(), info, true) == 0 && !info.isExist;
+  if (!is_gone) return;
+  HANDLER_INFO("File removed during upload progress, add event remove for '%s'.",
+               context.GetPath());
+  Registry::Entry entry = context.GetEntry();
+  PushLocalRemoveEvent(entry, context.GetPath(), context.GetEvent().isDir());
+}
+
+std::uint32_t UploadLocalHandler::AdjustMtime(std::uint32_t mtime) const {
+  return GetContext().GetEntry().isMSDOS ? mtime & ~1U : mtime;
+}
+
+}  // namespace tolven

@@ -1,0 +1,61 @@
+// What handlers do with local files and folders. Any worker may call.
+#pragma once
+
+#include <atomic>
+#include <functional>
+
+#include "client/core/file.h"
+#include "client/db-file-info.h"
+#include "client/file-list.h"
+#include "lib/file-op.h"
+#include "ustring/ustring.h"
+
+namespace tolven {
+
+class EventContext;
+
+struct FileHelper {
+  enum WalkerOption {
+    WALK_OPT_DFS = 1,        // all below, too
+    WALK_OPT_EXT_INFO = 2,   // with times and sizes
+    WALK_OPT_CUT_MTIME = 4,  // bit 0 of each time is cleared
+    WALK_OPT_SKIP_UNREADABLE = 8,
+  };
+  // False ends the walk.
+  using Walker = std::function<bool(const DIR_ENTRY& entry, const ustring& path)>;
+
+  // Gives every entry of a folder of the session, with its full path, to `walker`. What the
+  // session's black list blocks is told and not entered; links are not either. 0, also for a folder
+  // that does not exist; -1 when aborted, or, without WALK_OPT_SKIP_UNREADABLE, when a folder
+  // cannot be read.
+  static int Walk(const ustring& root, const EventContext& context, const Walker& walker,
+                  int options, const std::atomic<int>* abort_flag);
+
+  // Takes an object out of its place at once, and then away for good. 0 or -1.
+  static int RemoveByRename(File& file, const ustring& working_directory);
+
+  // Whether the object is another one than the record tells, by kind, size and time; by content
+  // where these cannot tell or the session wants it so.
+  static bool LocallyModified(const EventContext& context, const File& file,
+                              const DBFileInfo& db_info);
+  // 1 when the session wants the content compared, 0, or -1 for the root.
+  static int TestForceHash(const EventContext& context);
+  // Whether a folder holds, at any depth, a file that has no record or is another one than its
+  // record tells: 1, 0, or -1 when aborted or when it cannot be told. `path` is the folder's as
+  // events have it, `place` where it is now.
+  static int HasLocalEdits(const EventContext& context, const ustring& path, const ustring& place,
+                           const std::atomic<int>* abort_flag);
+
+  // `hash` becomes the MD4 in hexadecimal. 0 or -1. `abort_flag` may be null.
+  static int CalculateMd4FromFile(const ustring& path, ustring& hash,
+                                  const std::atomic<int>* abort_flag);
+  static ustring GetBaseName(const ustring& path);
+  static void GetNameAndAttribute(const DIR_ENTRY& entry, const ustring& parent, ustring& name,
+                                  FileList::Attribute& attribute);
+
+  // For platforms with such attributes; 0 here.
+  static int CreateMacAttrFile(const ustring& path, const ustring& attribute_path);
+  static int UpdatePathInode(const EventContext& context, const ustring& path);
+};
+
+}  // namespace tolven

@@ -1,0 +1,86 @@
+#include "client/core/helpers/handler-helper.h"
+
+#include "client/core/event-context.h"
+#include "client/core/root-proof.h"
+#include "client/event-path.h"
+#include "lib/error-table.h"
+#include "lib/proto-common.h"
+#include "lib/proto-constants.h"
+
+namespace tolven {
+
+namespace {
+
+int OfClass(std::uint32_t code) {
+  switch (ProtoErrorClass(code)) {
+    case SPROTO_ERR_USER:
+    case SPROTO_ERR_SESSION:
+      return ErrorCodes::ERR_AUTH;
+    case SPROTO_ERR_VIEW:
+      return ErrorCodes::ERR_VIEW;
+    case SPROTO_ERR_VERSION:
+      return ErrorCodes::ERR_VERSION;
+    case SPROTO_ERR_DOWNLOAD:
+    case SPROTO_ERR_UPLOAD:
+    case SPROTO_ERR_REMOVE:
+      return ErrorCodes::ERR_INT;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace
+
+int HandlerHelper::ConvertResponseErrorToHandlerError(std::uint32_t code) {
+  switch (code) {
+    case SPROTO_ERR_ACCESS_DENY:
+      return ErrorCodes::ERR_PERMISS;
+    case SPROTO_ERR_QUOTA:
+      return ErrorCodes::ERR_QUOTA;
+    case SPROTO_ERR_DISKFULL:
+      return ErrorCodes::ERR_DISKFULL;
+    case SPROTO_ERR_VIEW_INVALID_PATH:
+      return ErrorCodes::ERR_VIEW_PATH;
+    case SPROTO_ERR_READ_ONLY:
+      return ErrorCodes::ERR_PERMISS_READ_ONLY;
+    case SPROTO_ERR_UPLOAD_NO_PERMISSION:
+      return ErrorCodes::ERR_NO_UPLOAD_PERM;
+    case SPROTO_ERR_NOT_MOUNTED:
+      return ErrorCodes::ERR_NOT_MOUNTED;
+    case SPROTO_ERR_UPLOAD_NO_ACCESS:
+      return ErrorCodes::ERR_NO_ACCESS_PERM;
+    default:
+      return OfClass(code);
+  }
+}
+
+void HandlerHelper::InitObjectRequest(PObject& request, const std::string& action,
+                                      const EventContext& context, const DBFileInfo& db_info) {
+  InitRequest(request, action);
+  request["session"] = context.GetConnectionInfo().session;
+  request["view_id"] = context.GetViewId();
+  request["node_id"] = context.GetNodeId();
+  request["sync_id"] = db_info.syncID;
+  request["max_id"] = db_info.maxSyncID;
+  request["path"] = RemotePath(context);
+}
+
+void HandlerHelper::InitTokenRequest(PObject& request, const std::string& action,
+                                     const EventContext& context) {
+  InitRequest(request, action);
+  request["session"] = context.GetConnectionInfo().session;
+  request["view_id"] = context.GetEntry().view_id;
+}
+
+ustring HandlerHelper::RemotePath(const EventContext& context) {
+  const ustring& watch = context.GetRemoteWatch();
+  if (watch.empty() || watch == "/") return context.GetPath();
+  return JoinPath(watch, context.GetPath().view());
+}
+
+bool HandlerHelper::IsRootProved(const EventContext& context) {
+  const shared_pointer<RootProof>& proof = context.GetEntry().root_proof;
+  return proof == nullptr || proof->IsProved();
+}
+
+}  // namespace tolven
