@@ -1,13 +1,16 @@
+// The commands that only ask, and "stop".
 #include "ctl/commands.h"
 
-#include <cstdio>
 #include <iostream>
 
+#include "ctl/console.h"
+#include "ctl/home-claim.h"
 #include "ctl/hub-client.h"
-#include "ctl/hub.h"
 #include "ctl/json-tree.h"
+#include "ctl/live-view.h"
+#include "ctl/words.h"
+#include "lib/file-op.h"
 #include "platform/clock.h"
-#include "platform/files.h"
 #include "platform/process.h"
 
 namespace tolven::ctl {
@@ -15,77 +18,39 @@ namespace {
 
 using std::chrono::milliseconds;
 
-int Fail(const std::string& error) {
-  std::cerr << "tolvenctl: " << error << std::endl;
-  return 1;
+constexpr milliseconds kLook{500};
+
+bool Snapshot(const HubClient& client, PObject& snapshot, std::string& error) {
+  PObject command;
+  command["command"] = "snapshot";
+  snapshot.clear();
+  return client.Call(command, snapshot, error);
 }
 
-// The daemon lies beside tolvenctl when both are installed, and in the build tree otherwise.
-ustring FindDaemon(const std::string& given) {
-  if (!given.empty()) return ustring(given);
-  ustring self;
-  if (!platform::process().ExecutablePath(self).ok()) return ustring();
-  const ustring folder = self.substr(0, self.find_last_of("/\\"));
-  const ustring suffix = self.size() > 4 && self.substr(self.size() - 4) == ".exe" ? ".exe" : "";
-  for (const char* place : {"/tolven-daemon", "/../src/client/core/tolven-daemon"}) {
-    ustring candidate = folder + place + suffix;
-    platform::NodeInfo info;
-    if (platform::files().Stat(candidate, info).ok()) return candidate;
+void PrintStatus(const PObject& snapshot) {
+  std::cout << "running\n";
+  for (const PObject& session : snapshot["sessions"].asArray()) {
+    std::cout << SessionText(session) << '\n';
+    const std::string problem = Printable(session["problem"].asStringView());
+    if (!problem.empty()) std::cout << "    ! " << problem << '\n';
   }
-  return ustring();
-}
-
-// "2 sessions, 1 connection, 0 active workers" from an answer to "get_status".
-std::string StatusLine(const PObject& status) {
-  const auto count = [&status](const char* list) {
-    return std::to_string(status[list].asArray().size());
-  };
-  return "sessions: " + count("session_list") + "  connections: " + count("connection_list") +
-         "  workers: " + count("worker_list");
-}
-
-// Prints what the daemon tells, and the status when it changes, until the hub stops.
-void Watch(Hub& hub, const RunOptions& options, const std::atomic<bool>& done) {
-  std::uint64_t next = 0;
-  std::string last_status;
-  PObject request, status;
-  request["action"] = "get_status";
-  while (!done) {
-    for (const PObject& message : hub.notifications().After(next, milliseconds(250), next)) {
-      if (!options.quiet) std::cout << Describe(message) << std::endl;
-    }
-    if (!options.show_status || done || !hub.CallDaemon(request, status)) continue;
-    const std::string line = StatusLine(status);
-    if (line != last_status) std::cout << line << std::endl;
-    last_status = line;
+  for (const PObject& connection : snapshot["connections"].asArray()) {
+    std::cout << "connection " << connection["connection_id"].asUInt64() << " to "
+              << Printable(connection["server"].asStringView()) << ": "
+              << connection["status"].asStringView() << '\n';
+    const std::string problem = Printable(connection["problem"].asStringView());
+    if (!problem.empty()) std::cout << "    ! " << problem << '\n';
   }
+  std::cout.flush();
+}
+
+int CollectConflict(const ustring& path, void* priv) {
+  const std::string_view name = path.view().substr(path.view().rfind('/') + 1);
+  if (IsConflictName(name)) static_cast<std::vector<std::string>*>(priv)->push_back(path.str());
+  return 0;
 }
 
 }  // namespace
-
-int RunHub(const RunOptions& options) {
-  std::string error;
-  const Home home = FindHome(error);
-  if (!error.empty()) return Fail(error);
-  if (HubClient(home).IsRunning()) return Fail("already running; see \"tolvenctl status\"");
-  const ustring daemon = FindDaemon(options.daemon);
-  if (daemon.empty()) return Fail("cannot find tolven-daemon; name it with --daemon");
-
-  Hub hub(home, daemon, ustring(options.ca_path));
-  const platform::Status handled = platform::process().OnTermination([&hub] { hub.Stop(); });
-  if (!handled.ok()) return Fail("cannot handle signals: " + platform::StatusText(handled));
-  if (!hub.Start(error)) return Fail(error);
-  std::cout << "Tolven Hub runs; its data is in " << home.root << ". Ctrl-C stops it." << std::endl;
-
-  std::atomic<bool> done{false};
-  std::thread watcher(Watch, std::ref(hub), std::cref(options), std::cref(done));
-  const bool in_order = hub.Serve(error);
-  done = true;
-  watcher.join();
-  if (!in_order) return Fail(error);
-  std::cout << "stopped" << std::endl;
-  return 0;
-}
 
 int RunRaw(const std::string& json) {
   std::string error;
@@ -97,13 +62,28 @@ int RunRaw(const std::string& json) {
   return 0;
 }
 
-int RunStatus(bool json) {
+int RunStatus(bool json, bool watch) {
   std::string error;
-  PObject request, reply;
-  request["action"] = "get_status";
   const Home home = FindHome(error);
-  if (!error.empty() || !HubClient(home).Verb(request, reply, error)) return Fail(error);
-  std::cout << (json ? TreeToJson(reply, true) : "running\n" + StatusLine(reply)) << std::endl;
+  if (!error.empty()) return Fail(error);
+  const HubClient client(home);
+  PObject snapshot;
+  const bool as_picture = watch && !json && platform::process().IsTerminal(1);
+  LiveView view(as_picture);
+  std::string last;
+  do {
+    if (!Snapshot(client, snapshot, error)) return Fail(error);
+    if (json) {
+      const std::string text = TreeToJson(snapshot, !watch);
+      if (text != last) std::cout << text << std::endl;
+      last = text;
+    } else if (watch) {
+      view.Show(snapshot);
+    } else {
+      PrintStatus(snapshot);
+    }
+    if (watch) platform::clock().Sleep(kLook);
+  } while (watch);
   return 0;
 }
 
@@ -127,6 +107,31 @@ int RunEvents(bool follow, bool json) {
   return 0;
 }
 
+int RunConflicts(bool json) {
+  std::string error;
+  PObject command, answer, list;
+  command["command"] = "sessions";
+  if (!Execute(command, answer, error)) return Fail(error);
+  list.asArray();
+  for (const PObject& session : answer["sessions"].asArray()) {
+    std::vector<std::string> found;
+    const ustring folder = session["folder"].asString();
+    if (TraverseDir(folder, CollectConflict, &found) < 0) {
+      (void)Fail("cannot read all of " + folder.str());
+    }
+    for (const std::string& path : found) {
+      PObject& conflict = list.asArray().emplace_back();
+      conflict["session_id"] = session["session_id"];
+      conflict["path"] = ustring(path);
+      if (!json) std::cout << Printable(path) << '\n';
+    }
+  }
+  if (json) std::cout << TreeToJson(list, true) << '\n';
+  if (!json && list.asArray().empty()) std::cout << "no conflicts\n";
+  std::cout.flush();
+  return 0;
+}
+
 int RunStop() {
   std::string error;
   const Home home = FindHome(error);
@@ -134,7 +139,9 @@ int RunStop() {
   command["command"] = "stop";
   const HubClient client(home);
   if (!error.empty() || !client.Call(command, answer, error)) return Fail(error);
-  while (client.IsRunning()) platform::clock().Sleep(milliseconds(50));
+  // The claim ends with the resident's process.
+  HomeClaim claim;
+  while (!claim.Take(home)) platform::clock().Sleep(milliseconds(50));
   return 0;
 }
 

@@ -68,6 +68,13 @@ Home FindHome(std::string& error) {
   home.filter_db = home.root + "/filter.sqlite";
   home.history_db = home.root + "/history.sqlite";
   home.hub_file = home.root + "/tolvenctl.port";
+  home.claim = home.root + "/tolvenctl.claim";
+  home.daemon_port = home.root + "/tolven-daemon.port";
+  home.store = home.root + "/tolvenctl.json";
+  home.trusted = home.root + "/trusted.pem";
+  home.sessions = home.root + "/sessions";
+  home.server = home.root + "/server";
+  home.own_log = home.root + "/log/tolvenctl.log";
   if (FSMKDir(home.root + "/log", true) != 0) {
     error = "cannot make the folder " + home.root.str() + "/log";
   }
@@ -97,11 +104,13 @@ void WriteDaemonFiles(const Home& home, int ui_port, const ustring& ca_path, std
   if (!Exists(home.log_level)) ReplaceFile(home.log_level, kLogLevels, error);
 }
 
-bool ReplaceFile(const ustring& path, const std::string& text, std::string& error) {
+bool ReplaceFile(const ustring& path, const std::string& text, std::string& error,
+                 std::uint32_t mode) {
   const ustring temporary = path + ".new";
   platform::Files& files = platform::files();
   ScopedFile file;
   Status status = files.Open(temporary, OpenMode::kTruncate, *file.receive());
+  if (status.ok() && mode != 0) status = files.SetMode(temporary, mode);
   std::size_t written = 0;
   if (status.ok()) status = files.Write(file.get(), text.data(), text.size(), written);
   if (status.ok()) status = files.Sync(file.get());

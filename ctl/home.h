@@ -2,6 +2,7 @@
 // the two files that the daemon needs before it can be started and linked.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "ustring/ustring.h"
@@ -17,7 +18,17 @@ struct Home {
   ustring daemon_output;  // what the daemon writes to its standard streams
   ustring pid_file;
   ustring status_db, filter_db, history_db;
-  ustring hub_file;  // port of the resident tolvenctl
+  ustring hub_file;     // port of the resident tolvenctl
+  ustring claim;        // held by whoever changes the configuration
+  ustring daemon_port;  // port of the daemon that was started last
+  ustring store;        // connections and sessions
+  ustring trusted;      // certificates that the daemon trusts
+  ustring sessions;     // one folder for each session
+  ustring server;       // data of the embedded server
+  ustring own_log;      // of tolvenctl and the embedded server
+
+  // A session's configuration folder.
+  ustring SessionFolder(std::uint64_t id) const { return sessions + "/" + std::to_string(id); }
 };
 
 // Finds and makes the folder. Empty `error` means success.
@@ -27,8 +38,11 @@ Home FindHome(std::string& error);
 // not there yet. `ui_port` is where the resident tolvenctl listens. Empty `error` means success.
 void WriteDaemonFiles(const Home& home, int ui_port, const ustring& ca_path, std::string& error);
 
-// Replaces a small file in one step, so that a reader sees the old or the new text.
-bool ReplaceFile(const ustring& path, const std::string& text, std::string& error);
+// Replaces a small file in one step, so that a reader sees the old or the new text. A new file gets
+// `mode`; 0: what the system gives.
+inline constexpr std::uint32_t kOwnerAlone = 0600;
+bool ReplaceFile(const ustring& path, const std::string& text, std::string& error,
+                 std::uint32_t mode = 0);
 // False when it does not exist or cannot be read; at most 1 MiB.
 bool ReadSmallFile(const ustring& path, std::string& text);
 

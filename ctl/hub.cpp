@@ -1,5 +1,6 @@
 #include "ctl/hub.h"
 
+#include <charconv>
 #include <chrono>
 #include <utility>
 
@@ -36,31 +37,55 @@ bool ReceiveFrom(Channel& channel, platform::NativeSocket socket, PObject& tree)
   return stream.Recv(channel, tree) == PStream::ERR_OK;
 }
 
+// The number that a small file holds; 0 when there is none.
+std::int64_t ReadNumber(const ustring& path) {
+  std::string text;
+  std::int64_t number = 0;
+  if (ReadSmallFile(path, text)) {
+    std::from_chars(text.data(), text.data() + text.size(), number);
+  }
+  return number;
+}
+
+bool AnswersAsDaemon(int port) {
+  PObject request, reply;
+  request["action"] = "get_status";
+  IPCSender sender;
+  return sender.connect(port) == 0 && sender.send(request, true, reply) == 0 &&
+         reply.hasMember("ack");
+}
+
 }  // namespace
 
-Hub::Hub(Home home, ustring daemon, ustring ca_path)
-    : home_(std::move(home)), daemon_(std::move(daemon)), ca_path_(std::move(ca_path)) {
+Hub::Hub(Home home, ustring daemon, Handler handler)
+    : home_(std::move(home)), daemon_(std::move(daemon)), handler_(std::move(handler)) {
   ui_listener_.setTimeout(milliseconds(200));
   command_listener_.setTimeout(milliseconds(200));
 }
 
 Hub::~Hub() {
-  stopping_ = true;
+  End();
   listening_ = false;
-  notifications_.Close();
-  if (command_thread_.joinable()) command_thread_.join();
-  StopDaemon();
   if (notification_thread_.joinable()) notification_thread_.join();
 }
 
+void Hub::End() {
+  stopping_ = true;
+  notifications_.Close();
+  if (command_thread_.joinable()) command_thread_.join();
+  (void)platform::files().RemoveFile(home_.hub_file);
+  StopDaemon();
+}
+
 bool Hub::Start(std::string& error) {
+  if (!StopOrphan(error)) return false;
   const int ui_port = ui_listener_.prepare(kFirstPort);
   const int command_port = ui_port < 0 ? -1 : command_listener_.prepare(ui_port + 1);
   if (command_port < 0) {
     error = "no free port on 127.0.0.1";
     return false;
   }
-  WriteDaemonFiles(home_, ui_port, ca_path_, error);
+  WriteDaemonFiles(home_, ui_port, home_.trusted, error);
   if (!error.empty()) return false;
   notification_thread_ = std::thread(&Hub::ServeNotifications, this);
   if (!StartDaemon(error)) return false;
@@ -80,6 +105,28 @@ bool Hub::Start(std::string& error) {
   return true;
 }
 
+// Two daemons must not work on the same databases. One that lost its tolvenctl still runs under the
+// id in its pid file and listens on the port that it had told.
+bool Hub::StopOrphan(std::string& error) {
+  const std::int64_t pid = ReadNumber(home_.pid_file);
+  const auto port = static_cast<int>(ReadNumber(home_.daemon_port));
+  if (port <= 0 || !platform::process().IsRunning(pid) || !AnswersAsDaemon(port)) return true;
+  PObject stop;
+  stop["action"] = "stop";
+  IPCSender sender;
+  if (sender.connect(port) == 0) (void)sender.send(stop);
+  const std::int64_t deadline = platform::clock().MonotonicMilliseconds() + kDaemonStopMs;
+  while (platform::process().IsRunning(pid)) {
+    if (platform::clock().MonotonicMilliseconds() > deadline) {
+      error =
+          "the daemon of an earlier run does not stop; its process id is " + std::to_string(pid);
+      return false;
+    }
+    platform::clock().Sleep(milliseconds(50));
+  }
+  return true;
+}
+
 bool Hub::StartDaemon(std::string& error) {
   const platform::Status started =
       platform::process().Spawn({daemon_, home_.daemon_config}, home_.daemon_output, child_);
@@ -93,7 +140,9 @@ bool Hub::StartDaemon(std::string& error) {
     if (platform::clock().MonotonicMilliseconds() > deadline) break;
     platform::clock().Sleep(milliseconds(20));
   }
-  if (daemon_port_ != 0) return true;
+  if (daemon_port_ != 0) {
+    return ReplaceFile(home_.daemon_port, std::to_string(daemon_port_), error);
+  }
   error = "the daemon did not start; see " + home_.daemon_output.str();
   return false;
 }
@@ -111,16 +160,10 @@ bool Hub::Serve(std::string& error) {
     alone = DaemonRuns();
     platform::clock().Sleep(milliseconds(50));
   }
-  stopping_ = true;
-  notifications_.Close();
-  command_thread_.join();
-  (void)platform::files().RemoveFile(home_.hub_file);
-  StopDaemon();
-  if (!alone) {
-    error = "the daemon ended by itself with status " + std::to_string(exit_status_) + "; see " +
-            home_.daemon_log.str();
-  }
-  return alone;
+  if (alone) return true;
+  error = "the daemon ended by itself with status " + std::to_string(exit_status_) + "; see " +
+          home_.daemon_log.str();
+  return false;
 }
 
 void Hub::StopDaemon() {
@@ -134,6 +177,7 @@ void Hub::StopDaemon() {
     (void)platform::process().WaitForExit(child_, kDaemonStopMs, exit_status_);
   }
   child_running_ = false;
+  (void)platform::files().RemoveFile(home_.daemon_port);
 }
 
 bool Hub::CallDaemon(const PObject& request, PObject& reply) {
@@ -166,8 +210,14 @@ void Hub::ServeCommands() {
   while (!stopping_) {
     if (!command_listener_.isReady()) continue;
     const platform::NativeSocket socket = command_listener_.accept();
-    if (socket != platform::kInvalidSocket) AnswerCommand(socket);
+    std::erase_if(commands_, [](const std::future<void>& command) {
+      return command.wait_for(milliseconds(0)) == std::future_status::ready;
+    });
+    if (socket == platform::kInvalidSocket) continue;
+    // Some of them wait, for a server or for workers; the others need not.
+    commands_.push_back(std::async(std::launch::async, [this, socket] { AnswerCommand(socket); }));
   }
+  commands_.clear();  // waits for each
 }
 
 void Hub::AnswerCommand(platform::NativeSocket socket) {
@@ -200,7 +250,7 @@ void Hub::Answer(const PObject& command, PObject& answer) {
     } else {
       answer["error"] = "the daemon does not answer";
     }
-  } else {
+  } else if (!handler_(command, answer)) {
     answer["error"] = "unknown command";
   }
 }

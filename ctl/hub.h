@@ -7,10 +7,12 @@
 //   {"command": "verb", "request": TREE}           -> {"reply": the daemon's answer}
 //   {"command": "notifications", "since": N, "wait_ms": M} -> {"next": N, "list": [...]}
 //   {"command": "stop"}                            -> {"reply": {}}
-// A command that cannot be carried out is answered with {"error": text}.
+// and those of its handler. A command that cannot be carried out is answered with {"error": text}.
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -26,19 +28,25 @@ namespace tolven::ctl {
 
 class Hub {
  public:
-  // `daemon` is the daemon's program. `print` gets one line for each notification.
-  Hub(Home home, ustring daemon, ustring ca_path);
+  // Answers further commands: false for one that it does not know. Called from several threads.
+  using Handler = std::function<bool(const PObject& command, PObject& answer)>;
+
+  // `daemon` is the daemon's program.
+  Hub(Home home, ustring daemon, Handler handler);
   ~Hub();
   Hub(const Hub&) = delete;
   Hub& operator=(const Hub&) = delete;
 
-  // Listens, starts the daemon, waits until it has told its port, and links it. False with one line
-  // in `error` when that fails; nothing is left running then.
+  // Listens, starts the daemon, waits until it has told its port, and links it. A daemon that an
+  // earlier tolvenctl left behind is stopped first. False with one line in `error` when that fails;
+  // nothing is left running then.
   bool Start(std::string& error);
 
-  // Serves until Stop() is called, a "stop" command comes, or the daemon ends by itself. Then stops
-  // the daemon in order. False when the daemon ended on its own, with one line in `error`.
+  // Serves until Stop() is called, a "stop" command comes, or the daemon ends by itself. False in
+  // the last case, with one line in `error`.
   bool Serve(std::string& error);
+  // Ends the commands in progress, and the daemon in order.
+  void End();
 
   // From any thread.
   void Stop() { stopping_ = true; }
@@ -48,6 +56,7 @@ class Hub {
   bool CallDaemon(const PObject& request, PObject& reply);
 
  private:
+  bool StopOrphan(std::string& error);
   bool StartDaemon(std::string& error);
   bool DaemonRuns();
   void StopDaemon();
@@ -59,7 +68,7 @@ class Hub {
 
   const Home home_;
   const ustring daemon_;
-  const ustring ca_path_;
+  const Handler handler_;
   IPCListener ui_listener_, command_listener_;
   NotificationLog notifications_;
   platform::ChildProcess child_;
@@ -70,6 +79,7 @@ class Hub {
   std::atomic<bool> listening_{true};  // the notification thread goes on
   Mutex call_mutex_;                   // one request to the daemon at a time
   std::thread notification_thread_, command_thread_;
+  std::vector<std::future<void>> commands_;  // in progress; of the command thread
 };
 
 }  // namespace tolven::ctl

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "ctl/json-tree.h"
-
 namespace tolven::ctl {
 namespace {
 
@@ -33,21 +31,6 @@ void NotificationLog::Close() {
   MutexLock lock(mutex_);
   closed_ = true;
   changed_.NotifyAll();
-}
-
-std::string Describe(const PObject& message) {
-  const std::string kind = message["notify"].asString().str();
-  if (kind.empty()) return TreeToJson(message, false);
-  std::string line = kind;
-  if (message.hasMember("path")) line += " " + message["path"].asString().str();
-  if (message.hasMember("error_type")) {
-    line += " " + std::to_string(message["error_type"].asInt32());
-  }
-  if (message.hasMember("error")) line += ": " + message["error"]["reason"].asString().str();
-  for (const char* owner : {"session_id", "connection_id"}) {
-    if (message.hasMember(owner)) line += " (" + message[owner].toString().str() + ")";
-  }
-  return line;
 }
 
 }  // namespace tolven::ctl

@@ -33,7 +33,4 @@ class NotificationLog {
   bool closed_ GUARDED_BY(mutex_) = false;
 };
 
-// One line for a person, such as "uploaded /a.txt (session 1)".
-std::string Describe(const PObject& message);
-
 }  // namespace tolven::ctl

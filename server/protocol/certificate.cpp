@@ -94,6 +94,8 @@ Certificate SelfSigned(EVP_PKEY* key, const std::string& address) {
          AddExtension(made.get(), NID_key_usage, "critical,digitalSignature") &&
          AddExtension(made.get(), NID_ext_key_usage, "serverAuth") &&
          AddExtension(made.get(), NID_subject_key_identifier, "hash") &&
+         // Tells it from another one of this host among those that a client trusts.
+         AddExtension(made.get(), NID_authority_key_identifier, "keyid:always") &&
          AddExtension(made.get(), NID_subject_alt_name, AlternativeNames(host, address)) &&
          X509_sign(made.get(), key, EVP_sha256()) > 0;
   if (!good) made.reset();

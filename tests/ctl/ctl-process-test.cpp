@@ -1,13 +1,18 @@
 // The real tolvenctl with the real daemon, in a home of its own.
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 #include <signal.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
+#include <sstream>
 #include <thread>
+#include <vector>
 
 #include "platform/process.h"
+#include "server/protocol/certificate.h"
 #include "support/temp-folder.h"
 
 namespace tolven::ctl {
@@ -39,12 +44,24 @@ class CtlProcess : public testing::Test {
     return WEXITSTATUS(result);
   }
 
-  void StartResident() {
-    ASSERT_TRUE(
-        platform::process()
-            .Spawn({TOLVENCTL, "run", "--daemon", TOLVEN_DAEMON}, home_ / "resident.out", resident_)
-            .ok());
+  void StartResident(std::vector<ustring> words = {"run"}) {
+    words.insert(words.begin(), TOLVENCTL);
+    words.insert(words.end(), {"--daemon", TOLVEN_DAEMON});
+    ASSERT_TRUE(platform::process().Spawn(words, home_ / "resident.out", resident_).ok());
     WaitFor([this] { return Run("status") == 0; });
+  }
+
+  // Waits until the resident shows the text in its status.
+  void AwaitStatus(const std::string& text) {
+    std::string output;
+    WaitFor([&] { return Run("status", &output) == 0 && output.find(text) != std::string::npos; });
+  }
+
+  // The configuration that is kept, without what the system decides.
+  Json::Value Store() const {
+    Json::Value value;
+    std::istringstream(ReadFile(home_ / "Tolvenhub/tolvenctl.json")) >> value;
+    return value;
   }
 
   int ResidentStatus() {
@@ -114,6 +131,93 @@ TEST_F(CtlProcess, TellsWhenTheDaemonDies) {
   EXPECT_EQ(ResidentStatus(), 1);
   EXPECT_NE(ReadFile(home_ / "resident.out").find("the daemon ended by itself"), std::string::npos);
   StartResident();  // and the next one starts
+}
+
+TEST_F(CtlProcess, StopsADaemonThatWasLeftBehind) {
+  StartResident();
+  const std::int64_t daemon = DaemonPid();
+  ASSERT_TRUE(platform::process().Kill(resident_).ok());
+  EXPECT_EQ(ResidentStatus(), 128 + SIGKILL);
+  EXPECT_TRUE(platform::process().IsRunning(daemon));
+  StartResident();
+  EXPECT_FALSE(platform::process().IsRunning(daemon));
+  EXPECT_NE(DaemonPid(), daemon);
+}
+
+TEST_F(CtlProcess, UpSyncsWithAServerOfItsOwnAndGoesOnTheNextTime) {
+  const ustring folder = home_ / "docs";
+  StartResident({"up", folder});
+  AwaitStatus("(built in): connected");
+  EXPECT_TRUE(std::filesystem::is_directory((folder + "/.ZentrovaWorkingDirectory").str()));
+  std::string output;
+  EXPECT_EQ(Run("add " + home_.path(), &output), 1);
+  EXPECT_NE(output.find("own data"), std::string::npos) << output;
+  EXPECT_EQ(Run("filter add extension tmp"), 0);
+  EXPECT_EQ(Run("filter list", &output), 0);
+  EXPECT_NE(output.find("extension  tmp"), std::string::npos) << output;
+  EXPECT_EQ(Run("pause"), 0);
+  AwaitStatus("paused");
+  EXPECT_EQ(Run("set read-only on"), 0);
+  EXPECT_EQ(Run("stop"), 0);
+  EXPECT_EQ(ResidentStatus(), 0);
+  const Json::Value store = Store();
+  EXPECT_TRUE(store["sessions"][0]["paused"].asBool());
+
+  // What could let something in again waits for a running daemon.
+  EXPECT_EQ(Run("filter remove extension tmp"), 1);
+  EXPECT_EQ(Run("set recursive off --yes"), 1);
+  EXPECT_EQ(Run("resume"), 0);
+
+  StartResident({"up"});
+  AwaitStatus("(built in): connected");
+  const Json::Value again = Store();
+  ASSERT_EQ(again["sessions"].size(), 1u);
+  EXPECT_EQ(again["sessions"][0]["id"], store["sessions"][0]["id"]);
+  EXPECT_EQ(again["connections"][0]["token"], store["connections"][0]["token"]);
+  EXPECT_EQ(again["connections"][0]["id"], store["connections"][0]["id"]);
+  EXPECT_EQ(Run("status", &output), 0);
+  EXPECT_NE(output.find("read-only"), std::string::npos) << output;
+  EXPECT_EQ(Run("filter list", &output), 0);
+  EXPECT_NE(output.find("extension  tmp"), std::string::npos) << output;
+
+  EXPECT_EQ(Run("remove"), 1);  // nobody was there to agree
+  EXPECT_EQ(Run("remove --yes"), 0);
+  EXPECT_FALSE(std::filesystem::exists((home_ / "Tolvenhub/sessions/1").str()));
+  EXPECT_FALSE(std::filesystem::exists((folder + "/.ZentrovaWorkingDirectory").str()));
+  EXPECT_TRUE(std::filesystem::exists(folder.str()));
+  EXPECT_EQ(Run("add " + folder.str()), 0);
+  EXPECT_EQ(Store()["sessions"][0]["id"], 2);
+}
+
+// One home's server is the other's.
+TEST_F(CtlProcess, ChecksTokenAndCertificateOfAServer) {
+  StartResident({"up", home_ / "docs"});
+  AwaitStatus("(built in): connected");
+  const Json::Value connection = Store()["connections"][0];
+  const std::string certificate = (home_ / "Tolvenhub/server/server.pem").str();
+
+  const TempFolder other;
+  setenv("XDG_DATA_HOME", other.path().c_str(), 1);
+  const std::string server =
+      "add " + (other / "docs").str() + " --view 1 --server " + connection["server"].asString();
+  std::string output;
+  EXPECT_EQ(Run(server + " --token wrong --ca " + certificate, &output), 1);
+  EXPECT_NE(output.find("refuses the login token"), std::string::npos) << output;
+  const std::string token = " --token " + connection["token"].asString();
+  EXPECT_EQ(Run(server + token + " --tls", &output), 1);
+  EXPECT_NE(output.find("--ca"), std::string::npos) << output;
+  EXPECT_EQ(Run(server + token + " --ca " + certificate + " --host-name elsewhere", &output), 1);
+  EXPECT_NE(output.find("certificate is not trusted"), std::string::npos) << output;
+  std::filesystem::create_directory((other / "own").str());
+  ASSERT_EQ(server::EnsureCertificate(other / "own/c.pem", other / "own/c.key", "127.0.0.1"), 0);
+  EXPECT_EQ(Run(server + token + " --ca " + (other / "own/c.pem").str(), &output), 1);
+  EXPECT_NE(output.find("certificate is not trusted"), std::string::npos) << output;
+  EXPECT_FALSE(std::filesystem::exists((other / "docs").str()));
+  // A certificate of the same host beside the right one does no harm.
+  test::WriteFile(other / "own/right.pem", ReadFile(ustring(certificate)));
+  EXPECT_EQ(Run(server + token + " --ca " + (other / "own").str(), &output), 0) << output;
+  EXPECT_EQ(Run("remove --yes"), 0);
+  setenv("XDG_DATA_HOME", home_.path().c_str(), 1);
 }
 
 }  // namespace
