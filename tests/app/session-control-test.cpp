@@ -307,6 +307,13 @@ TEST_F(SessionControl, FoldersThatTakeNoPartAnyMoreAreNotRemovedOnTheServer) {
   const auto pending = Pending();
   EXPECT_FALSE(pending.contains("-/other"));
   EXPECT_TRUE(pending.contains("*+/"));
+
+  // Another folder in the place of the session's own keeps what it has.
+  fs::rename(root.str(), (folder_ / "away").str());
+  fs::create_directories((root + "/foreign/.ZentrovaWorkingDirectory").str());
+  EXPECT_EQ(ErrorOf("reload_session", Reload(1, "recursive", 0)), "");
+  EXPECT_FALSE(Entry(1).recursive);
+  EXPECT_TRUE(fs::exists((root + "/foreign").str()));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "client/core/app.h"
 #include "client/core/filter-utils.h"
 #include "client/core/registry.h"
+#include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
 #include "client/core/session-setup.h"
 #include "client/event-manager.h"
@@ -25,6 +26,11 @@ void LogSession(int line, const xchar* text, std::uint64_t sess_id) {
 
 void LogError(int line, const xchar* text, std::uint64_t sess_id) {
   Logger::LogMsg(Logger::L_ERR, kCategory, text, line, sess_id);
+}
+
+void LogFoldersStay(int line, const ustring& path) {
+  Logger::LogMsg(Logger::L_WARNING, kCategory,
+                 L"[WARNING] app(%d): folders under %s is not removed\n", line, path);
 }
 
 // The folders in `path` that belong to the session; false when it cannot be read.
@@ -122,8 +128,14 @@ void TolvenhubApp::change_recursive(Registry::Entry& entry, bool recursive) {
     Registry::getInstance().SetRecursive(entry.sess_id, false);
     // Who works below a folder would make it anew, or tell the server that it is gone.
     interrupt_session(entry.sess_id);
-    // As long as the database knows the folders, their absence could be taken for a removal.
-    if (ForgetFolders(*entry.event_db)) remove_all_dir(entry.local_path);
+    // As long as the database knows the folders, their absence could be taken for a removal. And
+    // what took the place of the session's folder is not ours.
+    const bool forgotten = ForgetFolders(*entry.event_db);
+    if (forgotten && entry.root_proof->IsProved()) {
+      remove_all_dir(entry.local_path);
+    } else {
+      LogFoldersStay(__LINE__, entry.local_path);
+    }
   }
   EventManager::getInstance().IssueRescan(entry.sess_id, "/", true);
 }
@@ -133,8 +145,7 @@ void TolvenhubApp::remove_all_dir(const ustring& path) {
                  __LINE__, path);
   std::vector<ustring> names;
   if (!ListFolders(path, names)) {
-    Logger::LogMsg(Logger::L_WARNING, kCategory,
-                   L"[WARNING] app(%d): folders under %s is not removed\n", __LINE__, path);
+    LogFoldersStay(__LINE__, path);
     return;
   }
   for (const ustring& name : names) {
