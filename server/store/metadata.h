@@ -82,6 +82,7 @@ struct Put {
   std::optional<std::uint32_t> mtime;  // unset: as before
   std::optional<bool> exec_bit;
   std::uint32_t uid = 0;  // of who does it
+  std::string acl;        // of a new object
 };
 
 class Metadata {

@@ -33,7 +33,10 @@ Node MakeVersion(const Put& put, bool live, const Node& current) {
   node.path = put.path;
   node.is_dir = put.is_dir;
   node.is_removed = false;
-  if (!live) node.uid = put.uid;
+  if (!live) {
+    node.uid = put.uid;
+    node.acl = put.acl;
+  }
   node.content = put.is_dir ? Content() : put.content;
   if (put.mtime) node.mtime = *put.mtime;
   if (put.exec_bit) node.exec_bit = *put.exec_bit;
@@ -211,6 +214,8 @@ Outcome SqliteMetadata::Restore(std::uint64_t view, const std::string& path, std
   put.mtime = wanted.mtime;
   put.exec_bit = wanted.exec_bit;
   put.uid = wanted.uid;
+  // What was hidden does not come back for all to see.
+  if (found == 1 && !current.is_dir) put.acl = current.acl;
   return PutNode(view, put, made);
 }
 

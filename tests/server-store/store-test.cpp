@@ -168,8 +168,11 @@ TEST_F(StoreTest, KeepsOlderVersionsAndBringsThemBack) {
   EXPECT_EQ(metadata_.ListVersions(view_.id, "/f", versions), 0);
   EXPECT_EQ(versions.size(), 4U);  // three older ones
   EXPECT_EQ(metadata_.Restore(view_.id, "/f", numbers[0], made_), Outcome::kNotFound);
+  EXPECT_EQ(metadata_.SetAcl(view_.id, "/f", "1 0 0 "), Outcome::kDone);
+  base = Find("/f").sync_id;
   EXPECT_EQ(Remove("/f", base, base), Outcome::kDone);
   EXPECT_EQ(metadata_.Restore(view_.id, "/f", numbers[2], made_), Outcome::kDone);
+  EXPECT_EQ(Find("/f").acl, "1 0 0 ");
   EXPECT_EQ(test::ReadFile(contents_.PathOf(Find("/f").content.sha256)), "v3");
   ASSERT_EQ(PutFile("/again", "v5"), Outcome::kDone);
   ASSERT_EQ(PutFile("/again", "v6", made_.sync_id), Outcome::kDone);
