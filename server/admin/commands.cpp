@@ -213,7 +213,7 @@ int Commands::List(const std::string& view_name, const std::string& path) {
     }
     for (const View& view : views) {
       std::uint64_t used = 0;
-      data_.metadata().UsedBytes(view.id, used);
+      data_.metadata().UsedBytes(view.id, "/", used);
       std::cout << "view\t" << view.name << "\tid " << view.id << "\t" << used << " bytes"
                 << (view.read_only ? "\tread-only" : "") << "\n";
     }

@@ -12,12 +12,14 @@ namespace {
 // entries, no entries.
 constexpr const char* kInheritsAll = "1 64 0 ";
 
+constexpr std::size_t kPageSize = 1000;  // objects that are looked at in one go
+
 }  // namespace
 
 int Access::Find(const std::string& path, bool is_dir, Node& node) {
   const int found = command_.service.metadata.FindNode(command_.view.id, path, node);
   if (found < 0) return -1;
-  if (found > 0 && !node.is_removed) return 0;
+  if (found > 0 && (past_ || !node.is_removed)) return 0;
   node = Node();
   node.path = path;
   node.is_dir = is_dir;
@@ -86,6 +88,27 @@ bool Access::CanWrite(const std::string& path, bool is_dir) {
   return Allowed(path, is_dir, [](auto& chain, const auto& user) {
     return chain.IsAccessible(user, 0) && chain.IsWritable(user);
   });
+}
+
+int Access::CanRemove(const Node& node) {
+  if (!CanWrite(node.path, node.is_dir)) return 0;
+  if (!node.is_dir || command_.user.is_admin) return 1;
+  Metadata& metadata = command_.service.metadata;
+  std::vector<Node> ruled;
+  if (metadata.ListRuled(command_.view.id, node.path, ruled) < 0) return -1;
+  ACL_API::ACL chain;
+  const Chain above = Collect(node.path, true, chain);
+  if (above == Chain::kFailed) return -1;
+  if (above == Chain::kFree && ruled.empty()) return 1;
+  for (std::uint64_t after = 0;;) {
+    std::vector<Node> page;
+    if (metadata.ListChanges(command_.view.id, node.path, after, kPageSize, page) < 0) return -1;
+    for (const Node& each : page) {
+      if (!each.is_removed && !CanWrite(each.path, each.is_dir)) return 0;
+    }
+    if (page.size() < kPageSize) return 1;
+    after = page.back().sync_id;
+  }
 }
 
 }  // namespace tolven::server

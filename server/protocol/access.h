@@ -15,13 +15,17 @@ namespace tolven::server {
 
 class Access {
  public:
-  explicit Access(Command& command) : command_(command) {}
+  // With `past`, objects that are gone still count, with the lists that they had.
+  explicit Access(Command& command, bool past = false) : command_(command), past_(past) {}
 
   // Of an object that is there or, with `is_dir`, of one that would be made. False also when the
   // store fails.
   bool CanSee(const std::string& path, bool is_dir = true);
   bool CanRead(const std::string& path, bool is_dir);
   bool CanWrite(const std::string& path, bool is_dir);
+  // Whether an object may go, a folder with all below it: nobody removes with a folder what could
+  // not be removed by itself. 1, 0, or -1 when the store fails.
+  int CanRemove(const Node& node);
 
  private:
   enum class Chain { kFree, kRuled, kFailed };
@@ -36,6 +40,7 @@ class Access {
   bool Allowed(const std::string& path, bool is_dir, Test test);
 
   Command& command_;
+  const bool past_;
   std::map<std::string, Node> folders_;
 };
 

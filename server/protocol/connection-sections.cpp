@@ -55,7 +55,9 @@ Connection::Next Connection::ServeKeepAliveControl() {
       ReadSection(channel_, SPROTO_ID_ALIVE, seconds) < 0) {
     return Next::kEnd;
   }
-  if (control != 0) idle_seconds_ = std::clamp<std::uint32_t>(seconds, 1, kLongestAlive);
+  if (control != 0) {
+    idle_seconds_ = std::clamp<std::uint32_t>(seconds, 1, kLongestAlive) + kSlackSeconds;
+  }
   return Next::kGoOn;
 }
 

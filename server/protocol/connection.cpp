@@ -21,7 +21,6 @@ constexpr std::uint8_t kOldestVersion = 70, kNewestVersion = 79;
 // A request is a handful of values; its longest texts are access lists.
 constexpr std::uint64_t kMaxNodes = 1000;
 constexpr std::uint64_t kMaxBytes = 1024 * 1024;
-constexpr std::uint32_t kSlackSeconds = 10;  // for a client that uses its last moment
 
 // Whatever files a tree of an ended request names: they were received into the server's own folder.
 void RemoveReceived(const PObject& root, const ustring& folder) {

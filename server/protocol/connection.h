@@ -30,6 +30,9 @@ class Connection {
   void EndWithoutLogin();
 
  private:
+  // For a client that uses the last moment it has.
+  static constexpr std::uint32_t kSlackSeconds = 10;
+
   // What becomes of the connection after a request.
   enum class Next { kGoOn, kStartTls, kEnd };
 

@@ -2,10 +2,10 @@
 #include <algorithm>
 
 #include "lib/proto-constants.h"
+#include "platform/files.h"
 #include "server/protocol/access.h"
 #include "server/protocol/ancestors.h"
 #include "server/protocol/command.h"
-#include "server/protocol/content-work.h"
 #include "server/protocol/path-rule.h"
 #include "server/protocol/record.h"
 
@@ -80,7 +80,9 @@ std::uint32_t GetProfile(Command& command) {
   for (const Profile& profile : profiles) {
     PObject::binary_type file;
     file.path = profile.file;
-    file.length = FileSize(profile.file);
+    platform::NodeInfo info;
+    if (!platform::files().Stat(profile.file, info).ok()) return SPROTO_ERR_INTERNAL;
+    file.length = info.size;
     PObject element;
     element["name"] = ustring(profile.name);
     element["file"] = file;

@@ -1,7 +1,4 @@
 // "remove".
-#include <algorithm>
-#include <vector>
-
 #include "lib/proto-constants.h"
 #include "server/protocol/access.h"
 #include "server/protocol/command.h"
@@ -13,15 +10,9 @@ namespace {
 std::uint32_t CheckRight(Command& command, const Node& node) {
   Access access(command);
   if (!access.CanSee(node.path, node.is_dir)) return SPROTO_ERR_REMOVE_NO_ACCESS;
-  std::vector<Node> ruled{node};
-  if (node.is_dir && command.service.metadata.ListRuled(command.view.id, node.path, ruled) < 0) {
-    return SPROTO_ERR_INTERNAL;
-  }
-  // Nobody removes with a folder what could not be removed by itself.
-  const bool all = std::all_of(ruled.begin(), ruled.end(), [&](const Node& each) {
-    return access.CanWrite(each.path, each.is_dir);
-  });
-  return all ? SPROTO_ERR_OK : SPROTO_ERR_REMOVE_NO_PERM;
+  const int allowed = access.CanRemove(node);
+  if (allowed < 0) return SPROTO_ERR_INTERNAL;
+  return allowed > 0 ? SPROTO_ERR_OK : SPROTO_ERR_REMOVE_NO_PERM;
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ int ReadSection(Channel& channel, std::uint8_t id, ustring& text) {
   if (length > kMaxText) return kWrongSection;
   std::string bytes(length, '\0');
   result = channel.Read(bytes.data(), bytes.size());
-  if (result == 0) text = bytes;
+  if (result == 0) text = bytes.substr(0, bytes.find('\0'));
   return result;
 }
 

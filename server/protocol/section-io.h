@@ -11,8 +11,8 @@
 
 namespace tolven::server {
 
-// All give 0, -2 when the channel failed, and reading also -5 for another section than the one that
-// is due or a text of more than 8,192 bytes.
+// A text ends with its first NUL, should it hold one. All give 0, -2 when the channel failed, and
+// reading also -5 for another section than the one that is due or a text of more than 8,192 bytes.
 int ReadSection(Channel& channel, std::uint8_t id, std::uint32_t& value);
 int ReadSection(Channel& channel, std::uint8_t id, ustring& text);
 int WriteSection(Channel& channel, std::uint8_t id, std::uint8_t value);

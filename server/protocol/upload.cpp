@@ -13,6 +13,9 @@ namespace tolven::server {
 
 namespace {
 
+// Paths of one content that are looked at for one that the user may read.
+constexpr std::size_t kMostTried = 1000, kTriedAtOnce = 100;
+
 // One upload, step by step. Every step gives SPROTO_ERR_OK or the code of a refusal.
 class Uploader {
  public:
@@ -51,7 +54,12 @@ class Uploader {
     const bool kind = exists_ ? current_.is_dir : is_dir_;
     Access access(command_);
     if (!access.CanSee(command_.path, kind)) return SPROTO_ERR_UPLOAD_NO_ACCESS;
-    return access.CanWrite(command_.path, kind) ? SPROTO_ERR_OK : SPROTO_ERR_UPLOAD_NO_PERMISSION;
+    // A file in the place of a folder takes with it all that is below.
+    const int allowed = exists_ && current_.is_dir && !is_dir_
+                            ? access.CanRemove(current_)
+                            : access.CanWrite(command_.path, kind);
+    if (allowed < 0) return SPROTO_ERR_INTERNAL;
+    return allowed > 0 ? SPROTO_ERR_OK : SPROTO_ERR_UPLOAD_NO_PERMISSION;
   }
 
   // Once more in the end, together with the change itself; here so that nothing is received, hashed
@@ -64,6 +72,7 @@ class Uploader {
   }
 
   std::uint32_t DryRun();
+  int FindKnown(std::uint64_t id);
   std::uint32_t TakeContent();
   std::uint32_t TakeKnown();
   std::uint32_t TakeReceived();
@@ -82,19 +91,43 @@ class Uploader {
   Content content_;
 };
 
+// Looks in the store for what the client told the sums of: 1 with `content_` set, 0, -1. Sums are
+// no secret, so a content counts only when the user could have it from some path anyway. `id` 0:
+// any.
+int Uploader::FindKnown(std::uint64_t id) {
+  Access access(command_, true);
+  const std::string md4 = file_["hash"].asString().str();
+  const std::uint64_t size = file_["size"].asUInt64();
+  KnownContent last;
+  for (std::size_t tried = 0; tried < kMostTried; tried += kTriedAtOnce) {
+    std::vector<KnownContent> page;
+    if (metadata_.ListKnownContents(command_.view.id, md4, size, last, kTriedAtOnce, page) < 0) {
+      return -1;
+    }
+    for (const KnownContent& known : page) {
+      if ((id != 0 && known.content.id != id) || !access.CanRead(known.path, false)) continue;
+      content_ = known.content;
+      return 1;
+    }
+    if (page.size() < kTriedAtOnce) return 0;
+    last = page.back();
+  }
+  return 0;
+}
+
 // The request without its data: whether it would be taken, and whether the content is here already.
 std::uint32_t Uploader::DryRun() {
-  const std::uint64_t size = file_["size"].asUInt64();
   if (!is_dir_) {
-    Content known;
-    const int found =
-        metadata_.FindKnownContent(command_.view.id, file_["hash"].asString().str(), size, known);
+    const int found = FindKnown(0);
     if (found < 0) return SPROTO_ERR_INTERNAL;
-    if (found > 0) command_.answer["file"]["file_id"] = known.id;
-    std::uint64_t used = 0;
-    if (metadata_.UsedBytes(command_.view.id, used) < 0) return SPROTO_ERR_INTERNAL;
-    const std::uint64_t quota = command_.view.quota;
-    used -= std::min(used, exists_ ? current_.content.size : 0);  // goes with the change
+    if (found > 0) command_.answer["file"]["file_id"] = content_.id;
+    std::uint64_t used = 0, freed = 0;
+    if (metadata_.UsedBytes(command_.view.id, "/", used) < 0 ||
+        metadata_.UsedBytes(command_.view.id, command_.path, freed) < 0) {
+      return SPROTO_ERR_INTERNAL;
+    }
+    const std::uint64_t quota = command_.view.quota, size = file_["size"].asUInt64();
+    used -= std::min(used, freed);  // goes with the change
     if (quota != 0 && size > quota - std::min(quota, used)) return SPROTO_ERR_QUOTA;
   }
   AddVersion(exists_ ? current_ : Node());
@@ -114,10 +147,9 @@ std::uint32_t Uploader::TakeKnown() {
     content_ = current_.content;
     return SPROTO_ERR_OK;
   }
-  const int found = metadata_.FindKnownContent(command_.view.id, file_["hash"].asString().str(),
-                                               file_["size"].asUInt64(), content_);
+  const int found = FindKnown(id);
   if (found < 0) return SPROTO_ERR_INTERNAL;
-  return found > 0 && content_.id == id ? SPROTO_ERR_OK : SPROTO_ERR_UPLOAD;
+  return found > 0 ? SPROTO_ERR_OK : SPROTO_ERR_UPLOAD;
 }
 
 // Content that came, whole or as a delta. Nothing but its hash proves that it is what the client

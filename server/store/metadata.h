@@ -36,6 +36,12 @@ struct Content {
   std::string md4, sha256;  // lower-case hexadecimal
 };
 
+// A content and a path that has it, or had it in an older version.
+struct KnownContent {
+  Content content;
+  std::string path;
+};
+
 // One version of an object.
 struct Node {
   std::string path;  // "/" or "/a/b"
@@ -46,7 +52,7 @@ struct Node {
   std::uint32_t mtime = 0;  // seconds since 1970
   bool exec_bit = true;
   std::uint32_t uid = 0, gid = 0, mode = 1877;
-  std::string acl;  // access list as text
+  std::string acl;  // access list as text; an object that is gone keeps what it had
 };
 
 struct Profile {
@@ -76,6 +82,7 @@ struct Put {
   std::optional<std::uint32_t> mtime;  // unset: as before
   std::optional<bool> exec_bit;
   std::uint32_t uid = 0;  // of who does it
+  std::string acl;        // of a new object
 };
 
 class Metadata {
@@ -94,10 +101,13 @@ class Metadata {
   virtual int ListChanges(std::uint64_t view, const std::string& folder, std::uint64_t after,
                           std::size_t limit, std::vector<Node>& out) = 0;
   virtual int ListProfiles(std::uint64_t user, std::vector<Profile>& out) = 0;
-  // A content that some version in the view has.
-  virtual int FindKnownContent(std::uint64_t view, const std::string& md4, std::uint64_t size,
-                               Content& content) = 0;
-  virtual int UsedBytes(std::uint64_t view, std::uint64_t& bytes) = 0;
+  // Contents with these sums that versions in the view have, with the paths of these versions: by
+  // content and path, those behind `after`, at most `limit`.
+  virtual int ListKnownContents(std::uint64_t view, const std::string& md4, std::uint64_t size,
+                                const KnownContent& after, std::size_t limit,
+                                std::vector<KnownContent>& out) = 0;
+  // Bytes of the files at and below a path: what its removal would free.
+  virtual int UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) = 0;
 
   // Makes a version, with the folders that are missing on its way. An object of the other kind is
   // replaced, a folder with all below it. A new path that holds the same already is done.

@@ -52,6 +52,16 @@ std::string ParentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& bytes) {
+  Query sum = db.Prepare(
+      "SELECT ifnull(sum(c.size), 0) FROM nodes n JOIN contents c ON c.id = n.content_id WHERE "
+      "n.view_id = ?1 AND n.path >= ?2 AND n.path < ?4 AND (n.path = ?2 OR n.path > ?3) AND "
+      "n.is_removed = 0");
+  if ((sum << view << path << FirstBelow(path) << EndBelow(path)).Step() != 1) return false;
+  bytes = sum.Number();
+  return true;
+}
+
 bool NodeWriter::NextNumber(std::uint64_t& number) {
   if (!(db_.Prepare("UPDATE views SET last_number = last_number + 1 WHERE id = ?") << view_)
            .Run() ||
@@ -93,6 +103,24 @@ bool NodeWriter::StoreVersion(const Node& node) {
       .Run();
 }
 
+bool NodeWriter::TellRemovedBelow(Node& folder) {
+  const std::string first = FirstBelow(folder.path), end = EndBelow(folder.path);
+  if (!(db_.Prepare(
+            "UPDATE nodes SET sync_id = told.number, max_id = told.number FROM (SELECT path, ?1 + "
+            "row_number() OVER (ORDER BY path) AS number FROM nodes WHERE view_id = ?2 AND path > "
+            "?3 AND path < ?4 AND is_removed = 1) AS told WHERE nodes.view_id = ?2 AND nodes.path "
+            "= told.path")
+        << folder.sync_id << view_ << first << end)
+           .Run()) {
+    return false;
+  }
+  const auto told = static_cast<std::uint64_t>(db_.changes());
+  folder.max_id += told;
+  return told == 0 ||
+         (db_.Prepare("UPDATE views SET last_number = ? WHERE id = ?") << folder.max_id << view_)
+             .Run();
+}
+
 bool NodeWriter::RaiseFolders(const std::string& path, std::uint64_t number) {
   for (std::string folder = ParentOf(path); !folder.empty(); folder = ParentOf(folder)) {
     if (!(db_.Prepare("UPDATE nodes SET max_id = ? WHERE view_id = ? AND path = ?")
@@ -112,6 +140,9 @@ bool NodeWriter::AddUsed(std::int64_t bytes) {
 bool NodeWriter::Store(Node& node, const Node* replaced) {
   if (!NextNumber(node.sync_id)) return false;
   node.max_id = node.sync_id;
+  const bool new_folder =
+      node.is_dir && !node.is_removed && (replaced == nullptr || !replaced->is_dir);
+  if (new_folder && !TellRemovedBelow(node)) return false;
   const bool has_content = !node.is_dir && !node.is_removed;
   if (has_content && !StoreContent(node.content)) return false;
   if (!node.is_dir && !has_content) node.content = Content();
@@ -126,21 +157,18 @@ bool NodeWriter::Store(Node& node, const Node* replaced) {
   if (!row.Run()) return false;
   const std::int64_t freed = replaced == nullptr ? 0 : SizeOf(*replaced);
   return (!has_content || StoreVersion(node)) && AddUsed(SizeOf(node) - freed) &&
-         RaiseFolders(node.path, node.sync_id);
+         RaiseFolders(node.path, node.max_id);
 }
 
 bool NodeWriter::RemoveBelow(const std::string& folder) {
-  Query sum = db_.Prepare(
-      "SELECT ifnull(sum(c.size), 0) FROM nodes n JOIN contents c ON c.id = n.content_id WHERE "
-      "n.view_id = ? AND n.path > ? AND n.path < ? AND n.is_removed = 0");
-  if ((sum << view_ << FirstBelow(folder) << EndBelow(folder)).Step() != 1) return false;
-  const auto bytes = static_cast<std::int64_t>(sum.Number());
-  return (db_.Prepare(
-              "UPDATE nodes SET is_removed = 1, content_id = NULL, acl = '' WHERE view_id = "
-              "? AND path > ? AND path < ?")
+  std::uint64_t bytes = 0;  // a folder itself has none
+  return BytesAt(db_, view_, folder, bytes) &&
+         (db_.Prepare(
+              "UPDATE nodes SET is_removed = 1, content_id = NULL WHERE view_id = ? AND path > ? "
+              "AND path < ?")
           << view_ << FirstBelow(folder) << EndBelow(folder))
              .Run() &&
-         AddUsed(-bytes);
+         AddUsed(-static_cast<std::int64_t>(bytes));
 }
 
 bool NodeWriter::MakeParents(const std::string& path, std::uint32_t uid, Outcome& outcome) {

@@ -23,6 +23,8 @@ int FindNodeRow(Database& db, std::uint64_t view, const std::string& path, Node&
 // The range of paths below a folder: behind `first`, in front of `end`.
 std::string FirstBelow(const std::string& folder);
 std::string EndBelow(const std::string& folder);
+// Bytes of the files at and below a path. False when it fails.
+bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& bytes);
 // "/" for a first-level path; empty for "/".
 std::string ParentOf(const std::string& path);
 
@@ -33,7 +35,9 @@ class NodeWriter {
       : db_(db), view_(view), versions_(versions) {}
 
   // Gives the node a new number and stores it as the last version of its path. The node that it
-  // replaces, if any, tells what the view no longer holds.
+  // replaces, if any, tells what the view no longer holds. A folder in the place of something else
+  // tells anew what went with a folder that was there before it: who has missed that one's removal
+  // would never hear of it.
   bool Store(Node& node, const Node* replaced);
   // Removes all that is below a folder; the folder's own removal tells it to the clients.
   bool RemoveBelow(const std::string& folder);
@@ -43,6 +47,7 @@ class NodeWriter {
 
  private:
   bool NextNumber(std::uint64_t& number);
+  bool TellRemovedBelow(Node& folder);
   bool StoreContent(Content& content);
   bool StoreVersion(const Node& node);
   bool RaiseFolders(const std::string& path, std::uint64_t number);

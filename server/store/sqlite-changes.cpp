@@ -33,19 +33,25 @@ Node MakeVersion(const Put& put, bool live, const Node& current) {
   node.path = put.path;
   node.is_dir = put.is_dir;
   node.is_removed = false;
-  if (!live) node.uid = put.uid;
+  if (!live) {
+    node.uid = put.uid;
+    node.acl = put.acl;
+  }
   node.content = put.is_dir ? Content() : put.content;
   if (put.mtime) node.mtime = *put.mtime;
   if (put.exec_bit) node.exec_bit = *put.exec_bit;
   return node;
 }
 
-bool FitsQuota(Database& db, std::uint64_t view, const Put& put, const Node& current) {
+// What the change replaces, be it a whole folder, makes room for it.
+Outcome CheckQuota(Database& db, std::uint64_t view, const Put& put) {
   Query row = db.Prepare("SELECT quota, used FROM views WHERE id = ?");
-  if ((row << view).Step() != 1) return false;
+  if ((row << view).Step() != 1) return Outcome::kFailed;
   const std::uint64_t quota = row.Number(), used = row.Number();
-  const std::uint64_t freed = current.is_dir || current.is_removed ? 0 : current.content.size;
-  return quota == 0 || put.is_dir || used - freed + put.content.size <= quota;
+  if (quota == 0 || put.is_dir) return Outcome::kDone;
+  std::uint64_t freed = 0;
+  if (!BytesAt(db, view, put.path, freed)) return Outcome::kFailed;
+  return used - freed + put.content.size <= quota ? Outcome::kDone : Outcome::kQuota;
 }
 
 }  // namespace
@@ -70,7 +76,7 @@ Outcome SqliteMetadata::PutNode(std::uint64_t view, const Put& put, Node& made) 
       made = current;
       return Outcome::kDone;
     }
-    if (!FitsQuota(db, view, put, current)) return Outcome::kQuota;
+    if (const Outcome room = CheckQuota(db, view, put); room != Outcome::kDone) return room;
     NodeWriter writer(db, view, versions_);
     Outcome outcome = Outcome::kFailed;
     if (!writer.MakeParents(put.path, put.uid, outcome)) return outcome;
@@ -96,7 +102,6 @@ Outcome SqliteMetadata::RemoveNode(std::uint64_t view, const std::string& path,
     if (current.is_dir && !writer.RemoveBelow(path)) return Outcome::kFailed;
     removed = current;
     removed.is_removed = true;
-    removed.acl.clear();
     return writer.Store(removed, &current) ? Outcome::kDone : Outcome::kFailed;
   });
 }
@@ -209,6 +214,8 @@ Outcome SqliteMetadata::Restore(std::uint64_t view, const std::string& path, std
   put.mtime = wanted.mtime;
   put.exec_bit = wanted.exec_bit;
   put.uid = wanted.uid;
+  // What was hidden does not come back for all to see.
+  if (found == 1 && !current.is_dir) put.acl = current.acl;
   return PutNode(view, put, made);
 }
 

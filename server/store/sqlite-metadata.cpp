@@ -19,6 +19,15 @@ View ReadView(Query& row) {
   return view;
 }
 
+Content ReadContent(Query& row) {
+  Content content;
+  content.id = row.Number();
+  content.size = row.Number();
+  content.md4 = row.Text();
+  content.sha256 = row.Text();
+  return content;
+}
+
 int ReadAll(Query& rows, std::vector<Node>& out) {
   int more = 0;
   while ((more = rows.Step()) == 1) out.push_back(ReadNode(rows));
@@ -118,10 +127,7 @@ int SqliteMetadata::FindVersion(std::uint64_t view, const std::string& path, std
   node.mtime = static_cast<std::uint32_t>(row.Number());
   node.exec_bit = row.Number() != 0;
   node.uid = static_cast<std::uint32_t>(row.Number());
-  node.content.id = row.Number();
-  node.content.size = row.Number();
-  node.content.md4 = row.Text();
-  node.content.sha256 = row.Text();
+  node.content = ReadContent(row);
   return 1;
 }
 
@@ -182,23 +188,28 @@ int SqliteMetadata::ListProfiles(std::uint64_t user, std::vector<Profile>& out) 
   return more;
 }
 
-int SqliteMetadata::FindKnownContent(std::uint64_t view, const std::string& md4, std::uint64_t size,
-                                     Content& content) {
+int SqliteMetadata::ListKnownContents(std::uint64_t view, const std::string& md4,
+                                      std::uint64_t size, const KnownContent& after,
+                                      std::size_t limit, std::vector<KnownContent>& out) {
   const MutexLock hold(reader_lock_);
-  Query row = reader_.Prepare(
-      "SELECT c.id, c.size, c.md4, c.sha256 FROM contents c WHERE c.md4 = ?1 AND c.size = ?2 AND "
-      "EXISTS (SELECT 1 FROM versions v WHERE v.content_id = c.id AND v.view_id = ?3) LIMIT 1");
-  const int found = (row << md4 << size << view).Step();
-  if (found != 1) return found;
-  content.id = row.Number();
-  content.size = row.Number();
-  content.md4 = row.Text();
-  content.sha256 = row.Text();
-  return 1;
+  Query rows = reader_.Prepare(
+      "SELECT c.id, c.size, c.md4, c.sha256, v.path FROM contents c CROSS JOIN versions v ON "
+      "v.content_id = c.id WHERE c.md4 = ? AND c.size = ? AND v.view_id = ? AND (c.id, v.path) > "
+      "(?, ?) GROUP BY c.id, v.path ORDER BY c.id, v.path LIMIT ?");
+  rows << md4 << size << view << after.content.id << after.path
+       << static_cast<std::uint64_t>(limit);
+  int more = 0;
+  while ((more = rows.Step()) == 1) {
+    KnownContent& known = out.emplace_back();
+    known.content = ReadContent(rows);
+    known.path = rows.Text();
+  }
+  return more;
 }
 
-int SqliteMetadata::UsedBytes(std::uint64_t view, std::uint64_t& bytes) {
+int SqliteMetadata::UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) {
   const MutexLock hold(reader_lock_);
+  if (path != "/") return BytesAt(reader_, view, path, bytes) ? 0 : -1;
   Query row = reader_.Prepare("SELECT used FROM views WHERE id = ?");
   if ((row << view).Step() != 1) return -1;
   bytes = row.Number();
@@ -235,12 +246,7 @@ int SqliteMetadata::ListContents(const std::function<void(const Content&)>& use)
       "v.content_id = c.id)");
   int more = 0;
   while ((more = rows.Step()) == 1) {
-    Content content;
-    content.id = rows.Number();
-    content.size = rows.Number();
-    content.md4 = rows.Text();
-    content.sha256 = rows.Text();
-    use(content);
+    use(ReadContent(rows));
   }
   return more;
 }

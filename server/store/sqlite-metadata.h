@@ -35,9 +35,10 @@ class SqliteMetadata : public Metadata {
   int ListChanges(std::uint64_t view, const std::string& folder, std::uint64_t after,
                   std::size_t limit, std::vector<Node>& out) override;
   int ListProfiles(std::uint64_t user, std::vector<Profile>& out) override;
-  int FindKnownContent(std::uint64_t view, const std::string& md4, std::uint64_t size,
-                       Content& content) override;
-  int UsedBytes(std::uint64_t view, std::uint64_t& bytes) override;
+  int ListKnownContents(std::uint64_t view, const std::string& md4, std::uint64_t size,
+                        const KnownContent& after, std::size_t limit,
+                        std::vector<KnownContent>& out) override;
+  int UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) override;
   Outcome PutNode(std::uint64_t view, const Put& put, Node& made) override;
   Outcome RemoveNode(std::uint64_t view, const std::string& path, std::uint64_t sync_id,
                      std::uint64_t max_id, Node& removed) override;

@@ -21,6 +21,8 @@ using platform::Status;
 
 namespace {
 
+constexpr std::uint32_t kOwnerAll = 0700;
+
 // The desktop's bin is not safe to use from two threads.
 std::mutex trash_mutex;
 
@@ -56,29 +58,49 @@ struct Folder {
 // What somebody else removed meanwhile is as good as removed.
 Status Gone(const Status& status) { return status.is(ErrorKind::kNotFound) ? Status{} : status; }
 
+// Does something in a folder of the tree, and once more when its owner had closed it for that.
+template <class Action>
+Status OpeningUp(const ustring& folder, Action action) {
+  const Status status = action();
+  if (!status.is(ErrorKind::kAccessDenied)) return status;
+  platform::NodeInfo info;
+  const bool opened = platform::files().Stat(folder, info).ok() &&
+                      info.kind == NodeKind::kDirectory && (info.mode & kOwnerAll) != kOwnerAll &&
+                      platform::files().SetMode(folder, info.mode | kOwnerAll).ok();
+  return opened ? action() : status;
+}
+
 // A folder's name may have become a link since it was listed; the link goes, unread.
 Status RemoveOrList(const ustring& path, NodeKind kind, std::vector<Folder>& open) {
   if (kind == NodeKind::kDirectory) {
     Folder inner;
     inner.path = path;
-    const Status listed = ListChildren(inner.path, inner.children);
+    const Status listed =
+        OpeningUp(path, [&inner] { return ListChildren(inner.path, inner.children); });
     if (!listed.is(ErrorKind::kNotDirectory)) {
       if (listed.ok()) open.push_back(std::move(inner));
       return Gone(listed);
     }
   }
-  return Gone(platform::files().RemoveFile(path));
+  return Gone(OpeningUp(open.back().path, [&path] { return platform::files().RemoveFile(path); }));
+}
+
+// What holds the tree keeps its permissions, whatever becomes of the tree.
+Status RemoveEmpty(std::vector<Folder>& open) {
+  const ustring path = std::move(open.back().path);
+  open.pop_back();
+  const auto remove = [&path] { return platform::files().RemoveDirectory(path); };
+  return Gone(open.empty() ? remove() : OpeningUp(open.back().path, remove));
 }
 
 Status RemoveDirectoryRecursive(const ustring& dir) {
   std::vector<Folder> open(1);
   open.back().path = dir;
-  Status status = ListChildren(dir, open.back().children);
+  Status status = OpeningUp(dir, [&] { return ListChildren(dir, open.back().children); });
   while (status.ok() && !open.empty()) {
     Folder& folder = open.back();
     if (folder.next == folder.children.size()) {
-      status = Gone(platform::files().RemoveDirectory(folder.path));
-      open.pop_back();
+      status = RemoveEmpty(open);
       continue;
     }
     const Child& child = folder.children[folder.next++];

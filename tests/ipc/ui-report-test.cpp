@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <future>
+#include <thread>
 #include <vector>
 
 #include "client/core/settings.h"
@@ -54,6 +57,38 @@ TEST(UiReportQueue, EndsAReportThatStalls) {
   entered.get_future().wait();
   queue.Stop(milliseconds(0));
   EXPECT_EQ(delivered, 1);
+}
+
+// One whose system takes no more connections, as it accepts none: the reports behind wait, those
+// who report do not, and the end of the daemon does not wait for a time-out.
+TEST(UiReportQueue, NeitherReportersNorTheEndWaitForAUiThatHangs) {
+  test::TempFolder folder;
+  test::LocalUi ui(23'500);
+  test::WriteFile(folder / "conf", "ui_port = " + std::to_string(ui.port()));
+  Settings::getInstance().loadConfigSettings(folder / "conf");
+  constexpr int kReports = 2000;  // more than any backlog takes
+  std::atomic<int> begun{0}, ended{0};
+  UiReportQueue queue(kReports, [&](const PObject& report, std::atomic<int>* abort) {
+    ++begun;
+    UiReportQueue::DeliverToUi(report, abort);
+    ++ended;
+  });
+  queue.Start();
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < kReports; ++i) EXPECT_EQ(queue.Post(i), 0);
+  // Until nothing has moved for a second.
+  for (int last = -1; last != ended;) {
+    last = ended;
+    const auto seen = std::chrono::steady_clock::now();
+    while (ended == last && std::chrono::steady_clock::now() - seen < std::chrono::seconds(1)) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_LT(begun, kReports);
+  queue.Stop(milliseconds(100));
+  EXPECT_EQ(begun, ended);
+  EXPECT_LT(begun, kReports);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(55));
 }
 
 TEST(UiIpc, ReportsInOrderWithTheKeysOfEachKind) {

@@ -124,6 +124,68 @@ TEST_F(RecycleCleanerTest, AnItemThatStaysKeepsTheRowsOfItsBatch) {
   EXPECT_TRUE(rows.empty());
 }
 
+// Keeps to the permissions of folders, which the system does not for everybody.
+class StrictFiles : public platform::ForwardingFiles {
+ public:
+  using ForwardingFiles::ForwardingFiles;
+
+  platform::Status RemoveFile(const ustring& path) override {
+    return MayWriteAbove(path) ? ForwardingFiles::RemoveFile(path) : Denied();
+  }
+  platform::Status RemoveDirectory(const ustring& path) override {
+    return MayWriteAbove(path) ? ForwardingFiles::RemoveDirectory(path) : Denied();
+  }
+  platform::Status OpenRealDirectory(const ustring& path, bool want_info,
+                                     std::unique_ptr<platform::DirReader>& reader) override {
+    const bool shut = (Mode(path) & 0400) == 0;
+    return shut ? Denied() : ForwardingFiles::OpenRealDirectory(path, want_info, reader);
+  }
+
+ private:
+  static platform::Status Denied() {
+    platform::Status status;
+    status.kind = platform::ErrorKind::kAccessDenied;
+    return status;
+  }
+  static unsigned Mode(const std::filesystem::path& path) {
+    return static_cast<unsigned>(std::filesystem::status(path).permissions());
+  }
+  static unsigned Mode(const ustring& path) { return Mode(std::filesystem::path(path.str())); }
+  static bool MayWriteAbove(const ustring& path) {
+    return (Mode(std::filesystem::path(path.str()).parent_path()) & 0200) != 0;
+  }
+};
+
+TEST_F(RecycleCleanerTest, NeitherClosedFoldersNorLinksKeepAnItem) {
+  AddSession(1);
+  Recycle(1, "/file");
+  const std::string tree = Bin(1).str() + "/tree";
+  std::filesystem::create_directories(tree + "/read-only/inner");
+  std::filesystem::create_directories(tree + "/shut");
+  test::WriteFile(ustring(tree + "/read-only/file"), "x");
+  test::WriteFile(ustring(tree + "/shut/file"), "x");
+  test::WriteFile(folder_ / "precious", "x");
+  std::filesystem::create_directory_symlink(folder_.path(), tree + "/link");
+  Registry::Entry entry;
+  ASSERT_EQ(Registry::getInstance().Find(1, entry), 1);
+  ASSERT_EQ(entry.event_db->addFileToRecycleBin("/tree", 1, "hash", ""), 0);
+  clock_.Advance(std::chrono::seconds(1800));
+  std::filesystem::permissions(tree + "/read-only", std::filesystem::perms(0500));
+  std::filesystem::permissions(tree + "/shut", std::filesystem::perms(0));
+
+  StrictFiles files(files_);
+  platform::SetFiles(&files);
+  cleaner_.Pause();  // leaves off at once
+  EXPECT_EQ(RecycleCleanerPeer::Step(cleaner_), 0);
+  EXPECT_TRUE(Holds(1, "/file"));
+  cleaner_.Resume();
+  EXPECT_EQ(RecycleCleanerPeer::Step(cleaner_), 0);
+  platform::SetFiles(&files_);
+  EXPECT_FALSE(Holds(1, "/file") || Holds(1, "/tree"));
+  EXPECT_TRUE(std::filesystem::exists((folder_ / "precious").str()));
+  EXPECT_EQ(RecycleTime(1), 0U);
+}
+
 TEST_F(RecycleCleanerTest, RunsAsATaskUntilItIsStopped) {
   AddSession(1);
   Recycle(1, "/a");

@@ -121,15 +121,104 @@ TEST_F(Abuse, KeepsAccessListsQuotaAndReadOnlyViews) {
   EXPECT_EQ(CodeOf(ada.Request(15, in(frozen, RemoveRequest("/a", 1, 1)))), 0x3004u);
 }
 
-TEST_F(Abuse, OlderBuildsHearNothingOfAccessLists) {
-  options.build = 3111;
+// MD4 and size of every file stand in the change records, which all users of a view get: they give
+// nobody the file.
+TEST_F(Abuse, SumsOfAFileGiveNobodyTheFile) {
   Start();
-  RawClient client = Connected();
-  const PObject pulled = Pull(client, 0);
-  EXPECT_TRUE(pulled["event_list"][0].hasMember("unix_perm"));
-  EXPECT_FALSE(pulled["event_list"][0].hasMember("zentrova_acl"));
-  const PObject connected = client.Request(14, NewRequest("connect", token()));
-  EXPECT_EQ(connected["server"]["package_version"]["build"].asUInt32(), 3111u);
+  RawClient ada = Connected();
+  const std::string content = RandomBytes(20'000);
+  std::uint64_t version = Put(ada, "/secret/deep/plan", content);
+  SetAcl("/secret", "1 0 2 4 200 8191 6 0 0 8 0 8191 6 1 0 ");  // nothing for group 200
+  const std::string bob = NewSession("bob");
+  const auto as_bob = [&](PObject request) {
+    request["session"] = bob;
+    return request;
+  };
+  PObject dry = UploadRequest("/mine", content);
+  dry["dry_run"] = true;
+  dry["file"].asMap().erase("data");
+  const std::uint64_t id = ada.Request(23, dry)["file"]["file_id"].asUInt64();
+  ASSERT_NE(id, 0u);
+  const auto expect_unknown = [&](const char* when) {
+    SCOPED_TRACE(when);
+    const PObject answer = ada.Request(23, as_bob(dry));
+    EXPECT_EQ(CodeOf(answer), 0u);
+    EXPECT_FALSE(answer["file"].hasMember("file_id"));
+    PObject claim = as_bob(dry);
+    claim.asMap().erase("dry_run");
+    claim["file"]["refer"] = true;
+    claim["file"]["file_id"] = id;
+    EXPECT_EQ(CodeOf(ada.Request(23, claim)), 0x9000u);
+    EXPECT_EQ(CodeOf(ada.Request(24, as_bob(DownloadRequest("/mine", 0, 0)))), 0x8001u);
+  };
+  expect_unknown("a current version");
+  version = Put(ada, "/secret/deep/plan", "another", version);
+  expect_unknown("an older version");
+  ASSERT_EQ(CodeOf(ada.Request(15, RemoveRequest("/secret", version, version))), 0u);
+  expect_unknown("a version of what is gone");
+
+  // What he may read at one path is known to him, whoever else has it where.
+  Put(ada, "/zshown", content);
+  EXPECT_EQ(ada.Request(23, as_bob(dry))["file"]["file_id"].asUInt64(), id);
+}
+
+// What holds for an object by itself holds for it as a part of a folder, too.
+TEST_F(Abuse, NothingGoesWithItsFolderThatCouldNotGoAlone) {
+  Start();
+  RawClient ada = Connected();
+  Put(ada, "/listed/kept", "kept");
+  const std::uint64_t last = Put(ada, "/passed/kept", "kept");
+  // A list on a file; one on a folder that lets write there and passes down reading alone.
+  SetAcl("/listed/kept", "1 0 1 8 0 117 0 1 0 ");
+  SetAcl("/passed", "1 0 2 8 0 8191 0 1 0 8 0 117 3 1 0 ");
+  const std::string bob = NewSession("bob");
+  const std::uint64_t known = last + 2;
+  for (const char* folder : {"/listed", "/passed"}) {
+    SCOPED_TRACE(folder);
+    PObject remove = RemoveRequest(folder, known, known);
+    remove["session"] = bob;
+    EXPECT_EQ(CodeOf(ada.Request(15, remove)), 0xA004u);
+    const PObject pulled = Pull(ada, 0);
+    PObject replace = UploadRequest(folder, "a file");
+    for (const PObject& record : pulled["event_list"].asArray()) {
+      if (record["path"].asString() == folder) replace["sync_id"] = record["sync_id"].asUInt64();
+    }
+    replace["max_id"] = known;
+    replace["session"] = bob;
+    EXPECT_EQ(CodeOf(ada.Request(23, replace)), 0x9003u);
+  }
+  SetAcl("/passed", "");
+  PObject remove = RemoveRequest("/passed", last + 3, last + 3);
+  remove["session"] = bob;
+  EXPECT_EQ(CodeOf(ada.Request(15, remove)), 0u);
+}
+
+TEST_F(Abuse, OlderBuildsHearNothingOfAccessLists) {
+  for (const std::uint32_t build : {3111u, 3112u}) {
+    SCOPED_TRACE(build);
+    const bool lists = build == 3112;
+    options.build = build;
+    Start();
+    RawClient client = Connected();
+    const PObject connected = client.Request(14, NewRequest("connect", token()));
+    EXPECT_EQ(connected["server"]["package_version"]["build"].asUInt32(), build);
+    const std::string path = "/file" + std::to_string(build);
+    const PObject uploaded = client.Request(23, UploadRequest(path, "content"));
+    ASSERT_EQ(CodeOf(uploaded), 0u);
+    const PObject pulled = Pull(client, uploaded["sync_id"].asUInt64() - 1);
+    ASSERT_EQ(PathsOf(pulled), path);
+    const PObject sent = client.Request(24, DownloadRequest(path, 0, 0));
+    EXPECT_EQ(ReadFile(sent["file"]["data"].asBinary().path), "content");
+    for (const PObject* told : {&uploaded, &pulled["event_list"][0]}) {
+      EXPECT_EQ((*told)["unix_perm"]["mode"].asUInt32(), 1877u);
+      EXPECT_EQ((*told)["exec_bit"]["exec_bit"].asUInt32(), 1u);
+      EXPECT_EQ(told->hasMember("zentrova_acl"), lists);
+      EXPECT_EQ((*told)["zentrova_acl"].hasMember("hash"), lists);
+      EXPECT_FALSE(told->hasMember("share_priv"));
+    }
+    EXPECT_FALSE(sent.hasMember("zentrova_acl"));
+    Stop();
+  }
 }
 
 TEST_F(Abuse, PagesAreBoundedAndBeginWithWhatTheyNeed) {

@@ -276,6 +276,10 @@ TEST_F(Commands, GivesProfilesAndTheirHash) {
     EXPECT_EQ(answer["profile_list"][i]["name"].asString(), "rules-" + std::to_string(i + 1));
     EXPECT_EQ(ReadFile(answer["profile_list"][i]["file"].asBinary().path), rules[i]);
   }
+  // One that is lost is a refusal, and the connection goes on.
+  std::filesystem::remove(profiles[0].file.str());
+  EXPECT_EQ(CodeOf(client.Request(31, NewRequest("get_profile", token()))), 0x7000u);
+  EXPECT_EQ(CodeOf(Pull(client, 0)), 0u);
 }
 
 TEST_F(Commands, RemovesOnlyWhatTheClientKnows) {

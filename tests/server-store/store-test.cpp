@@ -73,7 +73,7 @@ class StoreTest : public ::testing::Test {
   }
   std::uint64_t Used() {
     std::uint64_t bytes = 0;
-    EXPECT_EQ(metadata_.UsedBytes(view_.id, bytes), 0);
+    EXPECT_EQ(metadata_.UsedBytes(view_.id, "/", bytes), 0);
     return bytes;
   }
   void ExpectSound() {
@@ -131,6 +131,28 @@ TEST_F(StoreTest, EveryChangeHasItsNumberAndItsConditions) {
   ExpectSound();
 }
 
+// Who was away while a folder went and came back has to hear what did not come back with it.
+TEST_F(StoreTest, ARemovalBelowAFolderIsToldAfterTheFolderIsBack) {
+  ASSERT_EQ(PutFile("/d/a", "a"), Outcome::kDone);
+  ASSERT_EQ(PutFile("/d/sub/b", "b"), Outcome::kDone);
+  ASSERT_EQ(PutFile("/d/c", "c"), Outcome::kDone);
+  const std::uint64_t seen = made_.sync_id;  // 6
+  ASSERT_EQ(Remove("/d", 2, seen), Outcome::kDone);
+  ASSERT_EQ(PutFile("/d/c", "c again"), Outcome::kDone);
+  EXPECT_EQ(Changes(seen), " 8/d -9/d/a -11/d/sub -12/d/sub/b 13/d/c");
+  EXPECT_EQ(Find("/d").max_id, 13U);
+  // The same for a file that becomes a folder again; a folder that was there all the time tells
+  // nothing anew.
+  ASSERT_EQ(PutFile("/d", "text", 8, 13), Outcome::kDone);
+  ASSERT_EQ(PutDir("/d", made_.sync_id), Outcome::kDone);
+  EXPECT_EQ(Changes(13), " 15/d -16/d/a -17/d/c -18/d/sub -19/d/sub/b");
+  EXPECT_EQ(made_.max_id, 19U);
+  ASSERT_EQ(PutDir("/d", 15), Outcome::kDone);
+  EXPECT_EQ(Changes(19), " 20/d");
+  EXPECT_EQ(Find("/").max_id, 20U);
+  ExpectSound();
+}
+
 TEST_F(StoreTest, KeepsOlderVersionsAndBringsThemBack) {
   std::uint64_t base = 0;
   std::vector<std::uint64_t> numbers;
@@ -146,13 +168,26 @@ TEST_F(StoreTest, KeepsOlderVersionsAndBringsThemBack) {
   EXPECT_EQ(metadata_.ListVersions(view_.id, "/f", versions), 0);
   EXPECT_EQ(versions.size(), 4U);  // three older ones
   EXPECT_EQ(metadata_.Restore(view_.id, "/f", numbers[0], made_), Outcome::kNotFound);
+  EXPECT_EQ(metadata_.SetAcl(view_.id, "/f", "1 0 0 "), Outcome::kDone);
+  base = Find("/f").sync_id;
   EXPECT_EQ(Remove("/f", base, base), Outcome::kDone);
   EXPECT_EQ(metadata_.Restore(view_.id, "/f", numbers[2], made_), Outcome::kDone);
+  EXPECT_EQ(Find("/f").acl, "1 0 0 ");
   EXPECT_EQ(test::ReadFile(contents_.PathOf(Find("/f").content.sha256)), "v3");
-  Content known;
-  EXPECT_EQ(metadata_.FindKnownContent(view_.id, "md4 of v5", 2, known), 1);
-  EXPECT_EQ(metadata_.FindKnownContent(view_.id, "md4 of v5", 3, known), 0);
-  EXPECT_EQ(metadata_.FindKnownContent(view_.id + 1, "md4 of v5", 2, known), 0);
+  ASSERT_EQ(PutFile("/again", "v5"), Outcome::kDone);
+  ASSERT_EQ(PutFile("/again", "v6", made_.sync_id), Outcome::kDone);
+  // By one at a time, as if there were many.
+  const auto known = [&](std::uint64_t view, std::uint64_t size) {
+    std::string paths;
+    for (KnownContent last;; paths += last.path) {
+      std::vector<KnownContent> found;
+      EXPECT_EQ(metadata_.ListKnownContents(view, "md4 of v5", size, last, 1, found), 0);
+      if (found.empty()) return paths;
+      last = found[0];
+    }
+  };
+  EXPECT_EQ(known(view_.id, 2), "/again/f");
+  EXPECT_EQ(known(view_.id, 3) + known(view_.id + 1, 2), "");
   ExpectSound();
 }
 
@@ -169,6 +204,16 @@ TEST_F(StoreTest, KeepsAViewWithinItsQuota) {
   EXPECT_EQ(PutFile("/a", "1234567890", Find("/a").sync_id), Outcome::kDone);
   EXPECT_EQ(PutFile("/a", "12345678901", Find("/a").sync_id), Outcome::kQuota);
   EXPECT_EQ(Used(), 10U);
+
+  // A whole folder makes room for the file that takes its place, what lies beside it does not.
+  EXPECT_EQ(Remove("/a", Find("/a").sync_id, 0), Outcome::kDone);
+  EXPECT_EQ(PutFile("/d/e/one", "1234"), Outcome::kDone);
+  EXPECT_EQ(PutFile("/d/two", "12"), Outcome::kDone);
+  EXPECT_EQ(PutFile("/d - copy", "123"), Outcome::kDone);
+  EXPECT_EQ(PutFile("/d", "12345678", Find("/d").sync_id, Find("/d").max_id), Outcome::kQuota);
+  EXPECT_EQ(PutFile("/d", "1234567", Find("/d").sync_id, Find("/d").max_id), Outcome::kDone);
+  EXPECT_EQ(Used(), 10U);
+  ExpectSound();
 }
 
 TEST_F(StoreTest, KnowsSessionsByTheirHashAlone) {

@@ -4,10 +4,13 @@
 #include "client/core/app.h"
 #include "client/core/filter-utils.h"
 #include "client/core/registry.h"
+#include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
 #include "client/core/session-setup.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
+#include "client/file-list.h"
+#include "client/string-buffer.h"
 #include "lib/file-op.h"
 #include "lib/log.h"
 
@@ -25,6 +28,11 @@ void LogError(int line, const xchar* text, std::uint64_t sess_id) {
   Logger::LogMsg(Logger::L_ERR, kCategory, text, line, sess_id);
 }
 
+void LogFoldersStay(int line, const ustring& path) {
+  Logger::LogMsg(Logger::L_WARNING, kCategory,
+                 L"[WARNING] app(%d): folders under %s is not removed\n", line, path);
+}
+
 // The folders in `path` that belong to the session; false when it cannot be read.
 bool ListFolders(const ustring& path, std::vector<ustring>& names) {
   DIR_HANDLE folder;
@@ -37,6 +45,16 @@ bool ListFolders(const ustring& path, std::vector<ustring>& names) {
   }
   FSCloseDir(folder);
   return found == 0;
+}
+
+bool ForgetFolders(FileEventDB& db) {
+  StringBuffer names;
+  FileList top(names);
+  if (db.rmAllFolders() != 0 || db.getFileListWithoutRecursive(top, "/") != 0) return false;
+  for (auto item = top.rbegin(); item != top.rend(); ++item) {
+    if ((*item).is_dir() && db.rmLocalEventInfo((*item).path) != 0) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -66,6 +84,10 @@ void TolvenhubApp::reload_session(const PObject& msg, PObject& result) {
   if (msg.hasMember("perm_mode")) {
     change_permission_mode(entry, GetPermissionMode(msg["perm_mode"].asString()));
   }
+  interrupt_session(id);
+}
+
+void TolvenhubApp::interrupt_session(std::uint64_t id) {
   AbortFilter filter;
   filter.SetSession(id);
   interrupt_worker(filter);
@@ -93,15 +115,27 @@ void TolvenhubApp::change_permission_mode(Registry::Entry& entry, PermissionMode
 void TolvenhubApp::change_recursive(Registry::Entry& entry, bool recursive) {
   if (entry.recursive == recursive) return;
   entry.recursive = recursive;
-  Registry::getInstance().SetRecursive(entry.sess_id, recursive);
   if (recursive) {
     Logger::LogMsg(Logger::L_INFO, kCategory, L"[INFO] app(%d): switch to recursive\n", __LINE__);
+    // A removal in a folder that took no part, still pending, must not count from now on.
+    interrupt_session(entry.sess_id);
+    EventManager::getInstance().ClearSessionEventPool(entry.sess_id);
+    Registry::getInstance().SetRecursive(entry.sess_id, true);
     entry.event_db->setSyncId(0);
   } else {
     Logger::LogMsg(Logger::L_INFO, kCategory, L"[INFO] app(%d): switch to non-recursive\n",
                    __LINE__);
-    entry.event_db->rmAllFolders();
-    remove_all_dir(entry.local_path);
+    Registry::getInstance().SetRecursive(entry.sess_id, false);
+    // Who works below a folder would make it anew, or tell the server that it is gone.
+    interrupt_session(entry.sess_id);
+    // As long as the database knows the folders, their absence could be taken for a removal. And
+    // what took the place of the session's folder is not ours.
+    const bool forgotten = ForgetFolders(*entry.event_db);
+    if (forgotten && entry.root_proof->IsProved()) {
+      remove_all_dir(entry.local_path);
+    } else {
+      LogFoldersStay(__LINE__, entry.local_path);
+    }
   }
   EventManager::getInstance().IssueRescan(entry.sess_id, "/", true);
 }
@@ -111,8 +145,7 @@ void TolvenhubApp::remove_all_dir(const ustring& path) {
                  __LINE__, path);
   std::vector<ustring> names;
   if (!ListFolders(path, names)) {
-    Logger::LogMsg(Logger::L_WARNING, kCategory,
-                   L"[WARNING] app(%d): folders under %s is not removed\n", __LINE__, path);
+    LogFoldersStay(__LINE__, path);
     return;
   }
   for (const ustring& name : names) {
@@ -123,7 +156,8 @@ void TolvenhubApp::remove_all_dir(const ustring& path) {
 }
 
 // The new lists are in place before what they let through comes back: a worker may take it up at
-// once. None of them is used unless all could be loaded.
+// once. Nor is anybody left then who parks something by the old ones. None of them is used unless
+// all could be loaded.
 void TolvenhubApp::reload_filter(Registry::Entry& entry, PObject& result) {
   const SessionPaths paths(entry.config_path);
   const auto black_list = LoadBlackList(paths.black_list);
@@ -154,6 +188,7 @@ void TolvenhubApp::reload_filter(Registry::Entry& entry, PObject& result) {
   entry.black_list = black_list;
   entry.white_list = white_list;
   entry.force_hash_check_list = force_hash_check_list;
+  interrupt_session(entry.sess_id);
   if (ReplaceFilter(entry, false) == 0) return;
   LogError(__LINE__, L"[ERROR] app(%d): failed to replace filter for session (%llu)\n",
            entry.sess_id);

@@ -1,4 +1,5 @@
 // Sessions: pairs of a local and a server folder, as the UI tells them.
+#include <algorithm>
 #include <vector>
 
 #include "client/core/app.h"
@@ -7,8 +8,10 @@
 #include "client/core/session-setup.h"
 #include "client/core/syncer.h"
 #include "client/event-manager.h"
+#include "client/event-path.h"
 #include "client/windows/detector-win-vol.h"
 #include "client/windows/detector-win2.h"
+#include "lib/file-op.h"
 #include "lib/log.h"
 
 namespace tolven {
@@ -40,13 +43,21 @@ void SetPause(const AbortFilter& filter, bool pause) {
   }
 }
 
+// Two paths can lead to one folder.
+bool IsSameFolder(const ustring& a, const ustring& b) {
+  if (a == b) return true;
+  FILE_INFO one, other;
+  if (FSStat(a, one, false) != 0 || FSStat(b, other, false) != 0) return false;
+  return one.isExist && other.isExist && one.file_id == other.file_id &&
+         one.volume_id == other.volume_id;
+}
+
 bool IsFolderInUse(const Registry::Entry& added) {
   std::vector<Registry::Entry> entries;
   Registry::getInstance().GetAll(entries);
-  for (const Registry::Entry& entry : entries) {
-    if (entry.sess_id != added.sess_id && entry.local_path == added.local_path) return true;
-  }
-  return false;
+  return std::any_of(entries.begin(), entries.end(), [&added](const Registry::Entry& entry) {
+    return entry.sess_id != added.sess_id && IsSameFolder(entry.local_path, added.local_path);
+  });
 }
 
 }  // namespace
@@ -67,6 +78,11 @@ void TolvenhubApp::add_session(const PObject& msg, PObject& result) {
       result["error"] = "Invalid parameters.";
       return;
     }
+  }
+  // Everywhere else this id stands for all sessions.
+  if (msg["session_id"].asUInt64() == 0) {
+    result["error"] = "Invalid parameters.";
+    return;
   }
   if (create_registry_entry(msg, result) == 0) return;
   Logger::LogMsg(Logger::L_WARNING, kCategory,
@@ -99,6 +115,9 @@ int TolvenhubApp::create_registry_entry(const PObject& params, PObject& result) 
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] app(%d): Failed to add watch for session %llu at '%s'\n", __LINE__,
                    sess_id, entry.local_path);
+    // A watch that is left would stand in the way of the next one with this id.
+    detector->RemoveWatch(sess_id);
+    volumes->RemoveWatch(sess_id);
     return -1;
   }
   Registry::getInstance().Set(entry);
@@ -155,7 +174,12 @@ void TolvenhubApp::add_event(const PObject& msg, PObject&) {
                    __LINE__, id);
     return;
   }
-  const ustring& path = msg["path"].asString();
+  const ustring path = msg["path"].asString().empty() ? ustring("/") : msg["path"].asString();
+  if (!IsReceivedPath(path)) {
+    Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] app(%d): invalid path '%s'\n", __LINE__,
+                   path);
+    return;
+  }
   const bool is_dir = msg["is_dir"].asBool();
   if (msg["type"].asString() == "upload") {
     Logger::LogMsg(Logger::L_INFO, kCategory, L"[INFO] app(%d): add upload event '%s'\n", __LINE__,

@@ -104,6 +104,7 @@ class TolvenhubApp {
 
   // app-reload.cpp
   void reload_session(const PObject& msg, PObject& result);
+  void interrupt_session(std::uint64_t id);
   void change_permission(Registry::Entry& entry, bool read_only);
   void change_permission_mode(Registry::Entry& entry, PermissionMode mode);
   void change_recursive(Registry::Entry& entry, bool recursive);

@@ -1,6 +1,8 @@
 #include "client/core/filter-utils.h"
 
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "client/core/event-generator.h"
@@ -16,6 +18,7 @@ using event_db::Sql;
 namespace {
 
 constexpr char kCategory[] = "filter_utils_debug";
+constexpr std::size_t kMostTerms = 50;  // of one chain of ANDs or ORs
 
 // A rule as the literal part of a LIKE pattern, and what the statement has to say of it. Taken as
 // wildcards, "%" and "_" would keep back what no rule refuses.
@@ -33,18 +36,64 @@ struct LikeLiteral {
   const char* escape = "";
 };
 
-std::string NotLike(const char* format, const ustring& rule) {
+std::string Like(const char* format, const ustring& rule) {
   const LikeLiteral literal(rule);
   return Sql(format, literal.text.c_str()) + literal.escape;
 }
 
-std::string WhiteCondition(const SelectiveSyncInfo::Set& extensions) {
-  std::string condition;
-  for (const FilterInfo& extension : extensions) {
-    if (!condition.empty()) condition += " OR ";
-    condition += NotLike("name LIKE '%%.%q'", extension.filter_desc);
+// Joins terms in small groups of groups: SQLite refuses an expression that nests too deeply, and
+// each operator of a flat chain counts as a level.
+std::vector<std::string> Grouped(std::vector<std::string> terms, const char* op) {
+  while (terms.size() > kMostTerms) {
+    std::vector<std::string> groups;
+    for (std::size_t i = 0; i < terms.size(); ++i) {
+      if (i % kMostTerms == 0) {
+        groups.push_back("(" + terms[i]);
+      } else {
+        groups.back() += op + terms[i];
+      }
+      if (i % kMostTerms == kMostTerms - 1 || i + 1 == terms.size()) groups.back() += ")";
+    }
+    terms = std::move(groups);
   }
-  return condition;
+  return terms;
+}
+
+// Rules on names of files say nothing about folders.
+std::string OfFiles(const std::string& condition) { return "fileType != 0 OR " + condition; }
+
+std::string WhiteCondition(const SelectiveSyncInfo::Set& extensions) {
+  std::vector<std::string> terms;
+  for (const FilterInfo& extension : extensions) {
+    terms.push_back(Like("name LIKE '%%.%q'", extension.filter_desc));
+  }
+  std::string condition;
+  for (const std::string& term : Grouped(std::move(terms), " OR ")) {
+    condition += (condition.empty() ? "" : " OR ") + term;
+  }
+  return OfFiles(condition);
+}
+
+// An extension and a suffix look alike here, but an extension is what follows the last dot of a
+// name, and a dot at its begin begins none.
+std::string SuffixCondition(const ustring& suffix) {
+  const std::string condition = Like("name NOT LIKE '%%%q'", suffix);
+  if (!suffix.view().starts_with('.')) return OfFiles(condition);
+  if (suffix.view().find('.', 1) != std::string_view::npos) return {};
+  return OfFiles(condition + " OR " + Like("name LIKE '%q'", suffix));
+}
+
+// "*" alone is a wildcard in a rule; the statement knows more.
+std::string GlobCondition(const ustring& rule) {
+  std::string pattern;
+  for (const char c : rule.view()) {
+    if (c == '?' || c == '[') {
+      pattern += {'[', c, ']'};
+    } else {
+      pattern += c;
+    }
+  }
+  return OfFiles(Sql("name NOT GLOB '%q'", pattern.c_str()));
 }
 
 void LogPath(int line, const xchar* text, const FilterInfo& rule) {
@@ -158,33 +207,30 @@ int StoreRules(std::uint64_t sess_id, const SelectiveSyncInfo& info) {
 
 FileEventDB::Conditions LetThroughConditions(const SelectiveSyncInfo& info) {
   FileEventDB::Conditions conditions;
+  const auto add = [&conditions](const std::string& condition) {
+    if (!condition.empty()) conditions.push_back("(" + condition + ")");
+  };
   for (const FilterInfo& rule : info.black_name) {
-    conditions.push_back(Sql("name != '%q'", rule.filter_desc.c_str_utf8()));
+    add(OfFiles(Sql("name != '%q'", rule.filter_desc.c_str_utf8())));
   }
   for (const FilterInfo& rule : info.black_path) {
-    conditions.push_back(NotLike("path NOT LIKE '%q/%%'", rule.filter_desc) +
-                         Sql(" AND path != '%q'", rule.filter_desc.c_str_utf8()));
+    add(Like("path NOT LIKE '%q/%%'", rule.filter_desc) +
+        Sql(" AND path != '%q'", rule.filter_desc.c_str_utf8()));
   }
-  for (const FilterInfo& rule : info.black_suffix) {
-    conditions.push_back(NotLike("name NOT LIKE '%%%q'", rule.filter_desc));
-  }
+  for (const FilterInfo& rule : info.black_suffix) add(SuffixCondition(rule.filter_desc));
   for (const FilterInfo& rule : info.black_prefix) {
-    conditions.push_back(NotLike("name NOT LIKE '%q%%'", rule.filter_desc));
+    add(OfFiles(Like("name NOT LIKE '%q%%'", rule.filter_desc)));
   }
-  for (const FilterInfo& rule : info.black_glob) {
-    conditions.push_back(Sql("name NOT GLOB '%q'", rule.filter_desc.c_str_utf8()));
-  }
+  for (const FilterInfo& rule : info.black_glob) add(GlobCondition(rule.filter_desc));
   for (const FilterInfo& rule : info.black_common_prefix) {
-    conditions.push_back(NotLike("path NOT LIKE '%%/%q%%'", rule.filter_desc));
+    add(Like("path NOT LIKE '%%/%q%%'", rule.filter_desc));
   }
   const ustring& size = info.black_size.filter_desc;
-  if (!size.empty() && size != "0") {
-    conditions.push_back(Sql("fileSize < %q", size.c_str_utf8()));
-  }
+  if (!size.empty() && size != "0") add(OfFiles(Sql("fileSize <= %q", size.c_str_utf8())));
   if (!info.white_ext.empty() && !info.white_ext.contains(FilterInfo(0, ustring("*")))) {
-    conditions.push_back(WhiteCondition(info.white_ext));
+    add(WhiteCondition(info.white_ext));
   }
-  return conditions;
+  return Grouped(std::move(conditions), " AND ");
 }
 
 int ReplaceFilter(Registry::Entry& reg, bool merge_mode) {

@@ -80,6 +80,7 @@ int RecycleCleaner::Rotate() {
     return Fail(__LINE__, L"[ERROR] recycle-cleaner(%d): Failed to getRotateList.\n");
   }
   for (const ustring& item : due) {
+    if (abort_flag != 0) return 0;  // the rest, and the rows, next time
     const ustring path = GetRecycleBinDir() + item;
     Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] recycle-cleaner(%d): Need rotate '%s'.\n",
                    __LINE__, path);
@@ -98,6 +99,10 @@ int RecycleCleaner::Rotate() {
     return Fail(__LINE__, L"[ERROR] recycle-cleaner(%d): Failed to getOldestRecyleTime.\n");
   }
   Registry::getInstance().UpdateRecycleTime(context.entry, next);
+  // Whatever came in behind the last look set its time in vain.
+  if (db.getOldestRecyleTime(next) == 0 && next != 0) {
+    Registry::getInstance().InitRecycleTime(context.entry, next);
+  }
   return 0;
 }
 

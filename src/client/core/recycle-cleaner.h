@@ -33,7 +33,7 @@ class RecycleCleaner : public Task {
   ustring GetRecycleBinDir() const;
 
   Context context;
-  std::atomic<int> abort_flag{0};
+  std::atomic<int> abort_flag{0};  // leave off between two items
 };
 
 }  // namespace tolven
