@@ -63,12 +63,13 @@ class ServerProcess {
     EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
   }
 
+  // The folder that it keeps everything in.
+  std::string Data() const { return folder_.path() + "/server"; }
+
   int port = 0;
   std::string token;
 
  private:
-  std::string Data() const { return folder_.path() + "/server"; }
-
   TempFolder folder_;
   platform::ChildProcess child_;
 };
