@@ -123,6 +123,10 @@ TEST_F(StoreTest, EveryChangeHasItsNumberAndItsConditions) {
   EXPECT_EQ(PutDir("/docs", made_.sync_id), Outcome::kDone);
   EXPECT_EQ(PutFile("/docs/b", "b"), Outcome::kDone);
   const Node docs = Find("/docs");
+  // What came and went meanwhile is no loss to who has not heard of it.
+  EXPECT_EQ(PutFile("/docs/c", "c"), Outcome::kDone);
+  EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id), Outcome::kBaseChanged);
+  EXPECT_EQ(Remove("/docs/c", made_.sync_id, 0), Outcome::kDone);
   EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id - 1), Outcome::kBaseChanged);
   EXPECT_FALSE(Find("/docs/b").is_removed);
   EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id), Outcome::kDone);
