@@ -46,8 +46,8 @@ int UploadLocalHandler::StartNewUpload(const File& local_file, const DBFileInfo&
   if (IsFakeUploadRequest(db_info, objects.request)) {
     // What was parked of this path has nothing left to tell.
     return CheckAndHandleOnlyMtimeChange(local_file, db_info) < 0 ||
-                   context.GetEventDatabaseSafe().rmLocalFilteredEvent(
-                       FilteredEvent::FILTERED_ALL, context.GetPath(), 0) < 0
+                   context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL,
+                                                                       context.GetPath(), 0) < 0
                ? static_cast<int>(ERR_SYS)
                : 0;
   }
