@@ -39,7 +39,38 @@ bool WriteAll(platform::NativeFile file, std::string_view content) {
 User::User(std::string name, std::string root, std::string aside, Ledger& ledger)
     : name_(std::move(name)), root_(std::move(root)), aside_(std::move(aside)), ledger_(ledger) {}
 
-std::string User::Do(const Operation& operation) {
+Operation User::Resolve(const Operation& operation) const {
+  const Action action = operation.action;
+  const bool wants_file = action == Action::kEdit || action == Action::kTouch;
+  const bool wants_any =
+      action == Action::kRemove || action == Action::kRename || action == Action::kChangeKind;
+  std::error_code error;
+  const std::string full = Full(operation.path);
+  if (!wants_file && !wants_any) return operation;
+  if (wants_file ? fs::is_regular_file(full, error) : fs::exists(full, error)) return operation;
+  std::vector<std::string> paths;
+  for (fs::recursive_directory_iterator at(root_, error), end; !error && at != end;
+       at.increment(error)) {
+    if (at->path().filename() == kOwnFolder) {
+      at.disable_recursion_pending();
+    } else if (wants_any || at->is_regular_file(error)) {
+      paths.push_back(at->path().string().substr(root_.size() + 1));
+    }
+  }
+  if (paths.empty()) return operation;
+  std::sort(paths.begin(), paths.end());
+  Operation resolved = operation;
+  resolved.path = paths[operation.size % paths.size()];
+  return resolved;
+}
+
+std::string User::Do(const Operation& planned) {
+  const Operation operation = Resolve(planned);
+  const std::string done = Apply(operation);
+  return operation.path == planned.path ? done : "'" + operation.path + "' " + done;
+}
+
+std::string User::Apply(const Operation& operation) {
   switch (operation.action) {
     case Action::kWrite:
       return Write(operation, false, false);

@@ -17,9 +17,12 @@ class User {
   // The folder has another name by now.
   void Follow(const std::string& root) { root_ = root; }
   // What came of the operation, for the trace.
-  std::string Do(const Operation& operation);
+  std::string Do(const Operation& planned);
 
  private:
+  // The operation itself, or the same on another object where there is none at its path.
+  Operation Resolve(const Operation& operation) const;
+  std::string Apply(const Operation& operation);
   std::string Write(const Operation& operation, bool keep_size, bool slowly);
   std::string Save(const Operation& operation);
   std::string Touch(const Operation& operation);
