@@ -77,7 +77,9 @@ Outcome SqliteMetadata::PutNode(std::uint64_t view, const Put& put, Node& made) 
     const bool live = found == 1 && !current.is_removed;
     const Outcome base = CheckBase(db, view, put, live, current);
     if (base != Outcome::kDone) return base;
-    if (live && put.base == 0) {
+    // Who stores the same again may have another time for it.
+    const bool is_new_time = live && !put.is_dir && put.mtime && *put.mtime != current.mtime;
+    if (live && put.base == 0 && !is_new_time) {
       made = current;
       return Outcome::kDone;
     }
