@@ -63,6 +63,7 @@ int FileHelper::Walk(const ustring& root, const EventContext& context, const Wal
   walk.with_info = (options & WALK_OPT_EXT_INFO) != 0;
   walk.coarse_times = (options & WALK_OPT_CUT_MTIME) != 0;
   walk.skips_unreadable = (options & WALK_OPT_SKIP_UNREADABLE) != 0;
+  walk.takes_file_for_none = true;
   walk.abort_flag = abort_flag;
   walk.enters = [&context](const ustring& path) {
     return context.GetBlackList().TestDirectoryPath(RelativePath(context, path)) == 0;
