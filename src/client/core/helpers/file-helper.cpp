@@ -113,6 +113,10 @@ int FileHelper::TestForceHash(const EventContext& context) {
 
 int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
                               const ustring& place, const std::atomic<int>* abort_flag) {
+  FILE_INFO info;
+  if (FSStat(place, info, false) != 0) return -1;
+  if (!info.isExist) return 0;
+  if (info.type != FT_DIR) return 1;
   FileEventDB& db = context.GetEventDatabaseSafe();
   bool found = false, failed = false;
   FolderWalk::Options options;
