@@ -71,7 +71,7 @@ class ClientServer : public ::testing::TestWithParam<bool> {
     return response;
   }
   ustring File(const std::string& content) {
-    const ustring path = files_ / std::to_string(++file_count_);
+    ustring path = files_ / std::to_string(++file_count_);
     test::WriteFile(path, content);
     return path;
   }
