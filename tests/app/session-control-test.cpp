@@ -1,11 +1,16 @@
 // Sessions under control: the real tasks but for the workers, and no server that answers.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <set>
+#include <thread>
+#include <utility>
 
 #include "client/core/app.h"
+#include "client/core/connection-manager.h"
 #include "client/core/event-generator.h"
 #include "client/core/interruptible-task.h"
 #include "client/event-manager.h"
@@ -221,6 +226,52 @@ TEST_F(SessionControl, ReloadsEverySettingOfARunningSession) {
     EXPECT_EQ(ErrorOf("add_event", event), "");
   }
   EXPECT_EQ(Pending(), (std::set<std::string>{"+/up", "-/gone"}));
+}
+
+TEST_F(SessionControl, ChangesAConnectionUnderARunningExchange) {
+  const auto request = [](int id, const char* server) {
+    PObject values;
+    values["connection_id"] = id;
+    values["server_ip"] = server;
+    values["server_port"] = 1;  // nobody listens there
+    return values;
+  };
+  const auto server_of = [](int id) {
+    Connection connection;
+    const int found =
+        ConnectionManager::getInstance().get(static_cast<std::uint64_t>(id), connection);
+    return found < 0 ? "none" : connection.getConnectionInfo().server_ip.str();
+  };
+  for (const char* verb : {"link_connection", "reload_connection"}) {
+    EXPECT_EQ(ErrorOf(verb, PObject(PObject::TYPE_MAP)), "Invalid parameters");
+  }
+  EXPECT_EQ(ErrorOf("link_connection", request(5, "127.0.0.1")), "");
+  EXPECT_EQ(ErrorOf("link_connection", request(6, "127.0.0.1")), "");
+  EXPECT_EQ(ErrorOf("link_connection", request(5, "127.0.0.9")), "");
+  EXPECT_EQ(server_of(5), "127.0.0.1") << "one that is there stays as it is";
+  ASSERT_EQ(ErrorOf("add_session", Session(1, folder_ / "root")), "");
+
+  // The change waits for the exchange to end, whose channel then is of no more use.
+  Connection running;
+  ASSERT_EQ(ConnectionManager::getInstance().get(5, running), 0);
+  Connection::ChannelStat stat = running.pop();
+  stat.setAliveInterval(3600);
+  auto reload = std::async(std::launch::async,
+                           [&] { return ErrorOf("reload_connection", request(5, "127.0.0.2")); });
+  EXPECT_EQ(reload.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+  running.push(stat);
+  EXPECT_EQ(reload.get(), "");
+  EXPECT_EQ(server_of(5), "127.0.0.2");
+  EXPECT_FALSE(running.isConnected2());
+
+  EXPECT_EQ(ErrorOf("reload_connection", request(77, "127.0.0.2")), "");
+  EXPECT_EQ(server_of(77), "none");
+  EXPECT_EQ(ErrorOf("unlink_connection", request(77, "")), "");
+  EXPECT_EQ(ErrorOf("unlink_connection", request(5, "")), "");
+  EXPECT_EQ(server_of(5) + server_of(6), "none127.0.0.1");
+  EXPECT_EQ(Registry::getInstance().Size(), 1U) << "sessions stay until they are removed";
+  EXPECT_EQ(ErrorOf("unlink_connection", request(0, "")), "");
+  EXPECT_EQ(server_of(6), "none");
 }
 
 TEST_F(SessionControl, OtherRulesBringBackWhatWasParkedInBothDirections) {

@@ -71,7 +71,7 @@ class ClientServer : public ::testing::TestWithParam<bool> {
     return response;
   }
   ustring File(const std::string& content) {
-    const ustring path = files_ / std::to_string(++file_count_);
+    ustring path = files_ / std::to_string(++file_count_);
     test::WriteFile(path, content);
     return path;
   }
@@ -156,6 +156,41 @@ TEST_P(ClientServer, GoesOnWithABrokenUpload) {
 }
 
 INSTANTIATE_TEST_SUITE_P(PlainAndTls, ClientServer, ::testing::Bool());
+
+// A client that was told of another build notices, and older ones send no access lists.
+TEST(OlderServers, SpeakAsTheBuildThatTheyAreToldToBe) {
+  for (const int build : {3111, 3112}) {
+    SCOPED_TRACE(build);
+    const test::ServerProcess server({"--build", ustring(std::to_string(build))});
+    const test::TempFolder received;
+    ConnectionInfo info;
+    info.server_ip = "127.0.0.1";
+    info.server_port = server.port;
+    info.session = ustring(server.token);
+    PObject request;
+    InitRequest(request, "pull_event");
+    request["session"] = info.session;
+    request["view_id"] = 1;
+    request["path"] = "/";
+    request["sync_id"] = 0;
+    for (const int expected : {3317, build}) {
+      info.version_info.build_number = expected;
+      Connection connection(info, nullptr, nullptr);
+      PStream stream;
+      ProtocolClient client(&stream, connection);
+      client.SetReceiveLocation(ustring(received.path()));
+      PObject response;
+      const int result = client.Request(SCMD_EVT_PULL, request, response);
+      EXPECT_EQ(result, expected == build ? 0 : ErrorCodes::ERR_BUILD_NUM_CHANGED);
+      if (result != 0) continue;
+      const auto& records = std::as_const(response)["event_list"].asArray();
+      ASSERT_EQ(records.size(), 1U);
+      EXPECT_TRUE(records.front().hasMember("unix_perm"));
+      EXPECT_EQ(records.front().hasMember("zentrova_acl"), build == 3112);
+      EXPECT_FALSE(records.front().hasMember("share_priv"));
+    }
+  }
+}
 
 }  // namespace
 }  // namespace tolven

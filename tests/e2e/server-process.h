@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "platform/process.h"
 #include "support/temp-folder.h"
@@ -15,7 +17,8 @@ namespace tolven::test {
 
 class ServerProcess {
  public:
-  ServerProcess() {
+  // `words` are further ones of "serve".
+  explicit ServerProcess(std::vector<ustring> words = {}) : words_(std::move(words)) {
     Admin("init");
     Admin("user add ada --uid 1000 --group 100");
     Admin("view add team");
@@ -43,11 +46,11 @@ class ServerProcess {
   void Start() {
     const ustring output = folder_ / "output";
     std::filesystem::remove(output.str());
-    ASSERT_TRUE(platform::process()
-                    .Spawn({ustring(SERVER), "serve", "--data", ustring(Data()), "--listen",
-                            ustring("127.0.0.1:" + std::to_string(port))},
-                           output, child_)
-                    .ok());
+    std::vector<ustring> command{ustring(SERVER), "serve",
+                                 "--data",        ustring(Data()),
+                                 "--listen",      ustring("127.0.0.1:" + std::to_string(port))};
+    command.insert(command.end(), words_.begin(), words_.end());
+    ASSERT_TRUE(platform::process().Spawn(command, output, child_).ok());
     const std::string wanted = "listening on 127.0.0.1:";
     for (std::string text;; std::this_thread::yield()) {
       text = ReadFile(output);
@@ -70,6 +73,7 @@ class ServerProcess {
   std::string token;
 
  private:
+  const std::vector<ustring> words_;
   TempFolder folder_;
   platform::ChildProcess child_;
 };
