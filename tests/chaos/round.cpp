@@ -67,7 +67,8 @@ bool Round::Run(std::size_t operations, std::size_t phases) {
       Do(plan[i]);
     }
     MendAll();
-    if (Settle()) Judge();
+    Settle();
+    Judge();
   }
   figures_.contents = ledger_.written();
   return problems_.empty();
@@ -190,7 +191,7 @@ std::vector<std::string> Round::Differences() {
   return all;
 }
 
-bool Round::Settle() {
+void Round::Settle() {
   const auto end = steady_clock::now() + kSettleLimit;
   auto good_since = steady_clock::time_point::max();
   while (problems_.empty()) {
@@ -205,7 +206,7 @@ bool Round::Settle() {
     } else if (now - good_since >= kQuiet) {
       Note("settled");
       for (Side& side : sides_) side.client->SetMerge(false);
-      return true;
+      return;
     }
     if (now > end) {
       for (const std::string& line : is_idle ? differences : Differences()) Fail(line);
@@ -214,7 +215,6 @@ bool Round::Settle() {
     LookForDead();
     std::this_thread::sleep_for(kLook);
   }
-  return false;
 }
 
 void Round::Judge() {

@@ -52,7 +52,7 @@ class Round {
   std::string MoveRoot(Side& side, bool away);
   // Ends all that disturbs, and waits until nothing changes any more and everything agrees.
   void MendAll();
-  bool Settle();
+  void Settle();
   bool IsIdle(Side& side);
   std::vector<std::string> Differences();
   void Judge();

@@ -142,6 +142,7 @@ class DownloadRemoteHandler : public EventHandler {
   int CommitDatabase(const DBFileInfo& record);
   int CommitDatabaseDownload(const PObject& response, const DBFileInfo& dbinfo,
                              const ustring& sign_file);
+  int ForgetFolder();
   int CommitDatabaseForFakeEvent(const Event& server_event, const DBFileInfo& db_info);
   int CommitRootFolder();
 
