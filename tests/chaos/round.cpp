@@ -142,7 +142,7 @@ std::string Round::Start(Side& side) {
   if (side.is_away) MoveRoot(side, false);
   side.client->SetRules(side.is_hidden ? kHiddenName : "");
   side.client->Start();
-  side.is_paused = false;
+  side.is_paused = side.was_away = false;
   return "started";
 }
 
@@ -151,6 +151,7 @@ std::string Round::MoveRoot(Side& side, bool away) {
   const std::string other = side.root + "-away";
   fs::rename(away ? side.root : other, away ? other : side.root);
   side.is_away = away;
+  side.was_away = side.was_away || away;
   side.user->Follow(away ? other : side.root);
   return away ? "gone" : "back";
 }
@@ -223,7 +224,9 @@ void Round::Judge() {
     Fail("LOST " + name);
   }
   for (Side& side : sides_) {
-    for (const std::string& line : oracle_.LeftOvers(*side.client, side.name)) Fail(line);
+    for (const std::string& line : oracle_.LeftOvers(*side.client, side.name, !side.was_away)) {
+      Fail(line);
+    }
   }
   const std::string check = server_.Admin("check");
   if (check.find(" 0 problems") == std::string::npos) Fail("server: " + check);

@@ -43,6 +43,9 @@ class Round {
     std::unique_ptr<ClientProcess> client;
     std::unique_ptr<User> user;
     bool is_paused = false, is_hidden = false, is_away = false;
+    // The root was away since the daemon started: what was to be removed from it meanwhile stays
+    // until the next start.
+    bool was_away = false;
   };
 
   void Do(const Operation& operation);
