@@ -52,6 +52,16 @@ std::string ParentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+int HasNewer(Database& db, std::uint64_t view, const Node& folder, std::uint64_t number) {
+  if (folder.max_id <= number) return 0;
+  if (folder.sync_id > number) return 1;
+  Query row = db.Prepare(
+      "SELECT 1 FROM nodes WHERE view_id = ? AND path > ? AND path < ? AND is_removed = 0 AND "
+      "sync_id > ? LIMIT 1");
+  row << view << FirstBelow(folder.path) << EndBelow(folder.path) << number;
+  return row.Step();
+}
+
 bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& bytes) {
   Query sum = db.Prepare(
       "SELECT ifnull(sum(c.size), 0) FROM nodes n JOIN contents c ON c.id = n.content_id WHERE "

@@ -16,11 +16,14 @@ bool HoldsTheSame(const Node& node, const Put& put) {
          (node.content.md4 == put.content.md4 && node.content.size == put.content.size);
 }
 
-Outcome CheckBase(const Put& put, bool live, const Node& current) {
+Outcome CheckBase(Database& db, std::uint64_t view, const Put& put, bool live,
+                  const Node& current) {
   if (put.base != 0 && !live) return Outcome::kNoBase;
   if (put.base != 0 && current.sync_id != put.base) return Outcome::kBaseChanged;
-  if (live && current.is_dir && !put.is_dir && current.max_id > std::max(put.base, put.max_id)) {
-    return Outcome::kBaseChanged;  // something below would go that the client has not seen
+  if (live && current.is_dir && !put.is_dir) {
+    const int newer = HasNewer(db, view, current, std::max(put.base, put.max_id));
+    if (newer < 0) return Outcome::kFailed;
+    if (newer > 0) return Outcome::kBaseChanged;  // it would go, and the client has not seen it
   }
   if (put.base == 0 && live && !HoldsTheSame(current, put)) return Outcome::kConflict;
   return Outcome::kDone;
@@ -71,7 +74,8 @@ Outcome SqliteMetadata::PutNode(std::uint64_t view, const Put& put, Node& made) 
     const int found = FindNodeRow(db, view, put.path, current);
     if (found < 0) return Outcome::kFailed;
     const bool live = found == 1 && !current.is_removed;
-    if (const Outcome base = CheckBase(put, live, current); base != Outcome::kDone) return base;
+    if (const Outcome base = CheckBase(db, view, put, live, current); base != Outcome::kDone)
+      return base;
     if (live && put.base == 0) {
       made = current;
       return Outcome::kDone;
@@ -95,9 +99,10 @@ Outcome SqliteMetadata::RemoveNode(std::uint64_t view, const std::string& path,
     const int found = FindNodeRow(db, view, path, current);
     if (found < 0 || path == "/") return Outcome::kFailed;
     if (found == 0 || current.is_removed) return Outcome::kNotFound;
-    if (current.is_dir ? current.max_id > max_id : current.sync_id != sync_id) {
-      return Outcome::kModified;
-    }
+    const int modified =
+        current.is_dir ? HasNewer(db, view, current, max_id) : int{current.sync_id != sync_id};
+    if (modified < 0) return Outcome::kFailed;
+    if (modified > 0) return Outcome::kModified;
     NodeWriter writer(db, view, versions_);
     if (current.is_dir && !writer.RemoveBelow(path)) return Outcome::kFailed;
     removed = current;

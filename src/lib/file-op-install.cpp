@@ -47,6 +47,12 @@ int FSMoveIntoPlace(const ustring& from, const ustring& to, bool replace) {
   return status.ok() ? 0 : Failed(__LINE__, "FSMoveIntoPlace", status);
 }
 
+int FSRenameUnsynced(const ustring& from, const ustring& to) {
+  const std::lock_guard lock(file_op::rename_mutex);
+  const Status status = platform::files().RenameUnsynced(from, to);
+  return status.ok() ? 0 : Failed(__LINE__, "FSRenameUnsynced", status);
+}
+
 bool IsUntouched(const FILE_INFO& before, const FILE_INFO& now) {
   const auto state = [](const FILE_INFO& info) {
     return std::tie(info.isExist, info.type, info.size, info.mtime_ns, info.volume_id,

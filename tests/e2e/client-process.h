@@ -60,6 +60,7 @@ class ClientProcess {
     std::string root = {};  // empty: a folder of the client's own
     std::string white_list = "*";
     int build = 3317;
+    int port = 0;  // 0: the server's own
     std::string remote_path = "/";
   };
 
@@ -77,7 +78,7 @@ class ClientProcess {
     WriteFile(folder_ / "config/conf/whitelist.filter",
               std::string(kVersion) + "[File]\nwhite_ext = \"" + options_.white_list + "\"\n");
     WriteFile(home_.folder / "levels",
-              "worker_debug = 7\nsyncer_debug = 7\nevent_list_debug = 4\n");
+              "worker_debug = 7\nsyncer_debug = 6\nevent_list_debug = 4\n");
     listening_ = std::thread([this] { Listen(); });
     Start();
   }
@@ -93,7 +94,7 @@ class ClientProcess {
     PObject reply;
     if (sender.connect(ui_.port()) == 0) (void)sender.send(nothing, false, reply);
     listening_.join();
-    if (::testing::Test::HasFailure()) PrintLog();
+    if (::testing::Test::HasFailure()) KeepLog();
   }
   ClientProcess(const ClientProcess&) = delete;
   ClientProcess& operator=(const ClientProcess&) = delete;
@@ -137,7 +138,7 @@ class ClientProcess {
     PObject request;
     request["connection_id"] = 5;
     request["server_ip"] = "127.0.0.1";
-    request["server_port"] = server_.port;
+    request["server_port"] = options_.port == 0 ? server_.port : options_.port;
     request["session"] = ustring(server_.token);
     request["use_ssl"] = options_.tls;
     request["ssl_allow_untrust"] = true;
@@ -167,7 +168,12 @@ class ClientProcess {
   void SetRules(const std::string& sections) {
     WriteFile(folder_ / "config/conf/blacklist.filter", kVersion + sections);
   }
-  void ReloadRules() { EXPECT_FALSE(TellSession("reload_filter").hasMember("error")); }
+  void ReloadRules() {
+    PObject request;
+    request["session_id"] = 1;
+    request["do_reload_filter"] = true;
+    EXPECT_FALSE(Tell("reload_session", request).hasMember("error"));
+  }
 
   const std::string& root() const { return options_.root; }
   ustring operator/(const std::string& path) const { return ustring(options_.root + "/" + path); }
@@ -180,6 +186,14 @@ class ClientProcess {
   std::uint64_t StoredNumber() const {
     std::uint64_t number = 0;
     Query("SELECT value FROM config_table WHERE key = 'sync_id';", [&](sqlite3_stmt* row) {
+      number = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0));
+    });
+    return number;
+  }
+  // The server's number of the version of a path that was last synced; 0 for none.
+  std::uint64_t Version(const std::string& path) const {
+    std::uint64_t number = 0;
+    Query("SELECT syncID FROM event_table WHERE path = '" + path + "';", [&](sqlite3_stmt* row) {
       number = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0));
     });
     return number;
@@ -209,16 +223,18 @@ class ClientProcess {
 
   void Listen() {
     while (!done_) {
-      const PObject message = ui_.Receive();
+      const PObject message = ui_.TryReceive();
       if (message.hasMember("daemon_port")) port_ = message["daemon_port"].asInt32();
       const std::lock_guard lock(mutex_);
       ++told_[message["notify_type"].asString().str()];
     }
   }
-  void PrintLog() const {
-    const std::string log = Log();
-    const std::size_t kept = std::min<std::size_t>(log.size(), 12'000);
-    std::printf("---- %s\n%s\n", name_.c_str(), log.substr(log.size() - kept).c_str());
+  // For whoever looks into a failure.
+  void KeepLog() const {
+    const fs::path kept = fs::temp_directory_path() / ("tolven-failed-" + name_ + ".log");
+    std::error_code error;
+    fs::copy_file(home_.log.str(), kept, fs::copy_options::overwrite_existing, error);
+    std::printf("the log of %s is in %s\n", name_.c_str(), kept.c_str());
   }
 
   const ServerProcess& server_;

@@ -33,6 +33,18 @@ class LocalUi {
     return message;
   }
 
+  // The same; null when none comes for a while, which is no failure.
+  PObject TryReceive() {
+    PObject message;
+    Channel channel;
+    PStream stream;
+    if (!listener_.isReady() || channel.Open(listener_.accept(), true) < 0 ||
+        stream.Recv(channel, message) < 0) {
+      message.clear();
+    }
+    return message;
+  }
+
   // One request to a daemon and its reply; null when none comes.
   static PObject Ask(int daemon_port, const PObject& request) {
     IPCSender sender;
