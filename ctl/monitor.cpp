@@ -103,7 +103,7 @@ void Monitor::OnNotification(const PObject& message) {
   MutexLock lock(mutex_);
   Disturb(message);
   const auto session = sessions_.find(message["session_id"].asUInt64());
-  if (session != sessions_.end() && !path.empty()) {
+  if (session != sessions_.end() && !path.empty() && path != "/") {
     std::deque<std::string>& waiting = session->second.waiting;
     Forget(waiting, path);
     if (kind == "syncing_file" && waiting.size() < kKeptWaiting) waiting.push_back(path);
