@@ -97,6 +97,7 @@ std::string StateText(const PObject& session) {
   if (state == "syncing") return fmt::format("syncing, {} to go", unfinished);
   if (state == "disconnected") return "not connected to the server";
   if (state == "paused") return "paused";
+  if (state == "unknown") return "the daemon does not answer";
   return "being added";
 }
 

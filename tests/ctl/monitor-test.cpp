@@ -110,7 +110,7 @@ TEST_F(MonitorTest, SaysSettledOnlyAfterTwelveQuietSecondsUpToDateAndConnected) 
   Pass(12);
   EXPECT_TRUE(monitor_.IsSettled(7));
   monitor_.OnStatus(PObject());  // no answer
-  EXPECT_EQ(State(), "not added");
+  EXPECT_EQ(State(), "unknown");
   EXPECT_FALSE(monitor_.IsSettled(7));
   EXPECT_FALSE(monitor_.IsSettled(8));
 }
