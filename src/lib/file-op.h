@@ -85,6 +85,9 @@ int FSRenameNoReplace(const ustring& from, const ustring& to);
 inline constexpr int kNameTaken = -2;
 int FSFinish(const ustring& path, std::uint32_t mode);
 int FSMoveIntoPlace(const ustring& from, const ustring& to, bool replace);
+// Makes a folder and those above it that are missing; returns once they are on the disk. Results as
+// of FSMKDir.
+int FSMakeFolder(const ustring& path);
 // The bits for FSFinish of a file that replaces nothing.
 std::uint32_t FSNewFileMode();
 
