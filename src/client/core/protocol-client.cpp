@@ -214,7 +214,7 @@ int ProtocolClient::SendAndReceive(Channel& ch, std::uint8_t cmd, const PObject&
 
 // A peer may send contents that nobody asked for, or under names that nobody looks at.
 void ProtocolClient::DropStrayFiles(const PObject& request, const PObject& response) const {
-  const ustring action = request["action"].asString();
+  const ustring action = request["_action"].asString();
   const bool is_download = action == "download" || action == "resume_download";
   const ustring& content = response["file"]["data"].asBinary().path;
   const ustring& attribute = response["mac_attribute"]["data"].asBinary().path;

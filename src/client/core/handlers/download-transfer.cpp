@@ -71,7 +71,7 @@ int DownloadRemoteHandler::Install(File& local_file, const DBFileInfo& db_info, 
                   GetWorkerId(), context.GetPath(), committed);
     return ERR_SYS;
   }
-  if (!context.GetEvent().isDir()) sign_temp.convert_permanent();
+  // The signature is in the store by now, or it could not get there and is of no use.
   return 0;
 }
 

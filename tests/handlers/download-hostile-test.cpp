@@ -1,0 +1,167 @@
+// Servers that lie and disks that fail.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "handlers/download-fixture.h"
+#include "platform/fault-plan.h"
+#include "platform/forwarding-files.h"
+
+namespace tolven::test {
+namespace {
+
+using testing::IsEmpty;
+
+using DownloadFailure = DownloadFixture;
+
+TEST_F(DownloadFailure, TakesNothingThatIsNotWhatWasAsked) {
+  struct {
+    const char* name;
+    int result;
+    std::function<void(PObject& answer)> spoil;
+  } const cases[] = {
+      {"another hash", ErrorCodes::ERR_SYS,
+       [](PObject& a) { a["file"]["hash"] = "00112233445566778899aabbccddeeff"; }},
+      {"no length of it", ErrorCodes::ERR_SYS, [](PObject& a) { a["file"]["size"] = 9; }},
+      {"no delta", ErrorCodes::ERR_SYS, [](PObject& a) { a["file"]["is_delta"] = true; }},
+      {"no content", ErrorCodes::ERR_IO, [](PObject& a) { a.asMap().erase("file"); }},
+      {"no hash", ErrorCodes::ERR_IO, [](PObject& a) { a["file"].asMap().erase("hash"); }},
+      {"content that stands", ErrorCodes::ERR_IO, [](PObject& a) { a["file"]["refer"] = true; }},
+      {"content that is here", ErrorCodes::ERR_IO,
+       [](PObject& a) { a["file"]["refer_local"] = true; }},
+      {"a number for a file", ErrorCodes::ERR_IO, [](PObject& a) { a["file"] = 1; }},
+      {"a text for a content", ErrorCodes::ERR_IO, [](PObject& a) { a["file"]["data"] = "x"; }},
+      {"a text for a version", ErrorCodes::ERR_IO, [](PObject& a) { a["sync_id"] = "6"; }},
+      {"no version", ErrorCodes::ERR_IO, [](PObject& a) { a["sync_id"] = 0; }},
+      {"a version beyond all", ErrorCodes::ERR_IO, [](PObject& a) { a["sync_id"] = -1; }},
+      {"a text for a time", ErrorCodes::ERR_IO, [](PObject& a) { a["mtime"] = "now"; }},
+      {"a map for rights", ErrorCodes::ERR_IO, [](PObject& a) { a["unix_perm"]["mode"]["x"] = 1; }},
+      {"no map at all", ErrorCodes::ERR_IO, [](PObject& a) { a = 1; }},
+  };
+  PutSynced("/file", "basis", 5);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    answer_ = [&](const PObject&) {
+      PObject answer = Whole("theirs", 6);
+      answer["stray"]["data"] = PObject(static_cast<const PObject&>(answer)["file"]["data"]);
+      c.spoil(answer);
+      return answer;
+    };
+    EXPECT_EQ(Handle(Change("/file", 6, "theirs")), c.result);
+    EXPECT_EQ(Read("/file"), "basis");
+    EXPECT_EQ(Row("/file").syncID, 5U);
+    EXPECT_THAT(LeftOvers(), IsEmpty());
+    EXPECT_THAT(Conflicts(), IsEmpty());
+  }
+  answer_ = [&](const PObject&) {
+    PObject answer = Whole("theirs", 6);
+    answer["stray"]["data"] = PObject(static_cast<const PObject&>(answer)["file"]["data"]);
+    return answer;
+  };
+  EXPECT_EQ(Handle(Change("/file", 6, "theirs")), 0) << "the rest of the answer is sound";
+  EXPECT_EQ(Read("/file"), "theirs");
+  EXPECT_THAT(LeftOvers(), IsEmpty());
+}
+
+TEST_F(DownloadFailure, DropsAnEventWhoseDeltasNeverFit) {
+  const std::string basis(10'000, 'b');
+  PutSynced("/file", basis, 5);
+  // Copies more out of the basis than was announced.
+  answer_ = [&](const PObject&) {
+    PObject answer = Delta(basis, basis + basis, 6);
+    answer["file"]["size"] = 12'000;
+    return answer;
+  };
+  const Event event = Change("/file", 6, basis + basis);
+  const std::uint64_t unapplied = EventManager::getInstance().GetUnappliedServerEventCount(1);
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(Handle(event), ErrorCodes::ERR_SYS);
+    EXPECT_EQ(controller_.GetErrorAction(), i < 3 ? ACTION_DEFAULT : ACTION_DONE);
+    EXPECT_EQ(TakeRequests().at(0)["sync_id"].asUInt64(), i == 0 ? 5U : 0U) << "whole from then on";
+    EXPECT_THAT(LeftOvers(), IsEmpty());
+  }
+  EXPECT_EQ(EventManager::getInstance().GetUnappliedServerEventCount(1), unapplied + 1);
+  EXPECT_EQ(Read("/file"), basis);
+  EXPECT_EQ(Row("/file").syncID, 5U);
+  // A basis that is not the one of the record is an edit: it steps aside before the next attempt.
+  before_answer_ = [&] { WriteFile(Place("/file"), "edited"); };
+  EXPECT_EQ(Handle(event), ErrorCodes::ERR_INT);
+  EXPECT_THAT(Conflicts(), testing::ElementsAre("edited"));
+  EXPECT_THAT(LeftOvers(), IsEmpty());
+}
+
+TEST_F(DownloadFailure, EndsARefusedEventAsToldByTheCode) {
+  struct {
+    std::uint32_t code;
+    int result;
+    ErrorAction action;
+  } const cases[] = {
+      {0x8001, ErrorCodes::ERR_INT, ACTION_DONE},
+      {0x8002, ErrorCodes::ERR_INT, ACTION_DONE},
+      {0x8003, ErrorCodes::ERR_INT, ACTION_DONE},
+      {0xB001, ErrorCodes::ERR_INT, ACTION_DEFAULT},
+      {0x3002, ErrorCodes::ERR_PERMISS, ACTION_DEFAULT},
+      {0x7000, 0, ACTION_DEFAULT},
+  };
+  for (const auto& c : cases) {
+    answer_ = [&](const PObject&) {
+      PObject answer = Whole("theirs", 6);
+      answer["error"]["code"] = c.code;
+      return answer;
+    };
+    EXPECT_EQ(Handle(Change("/file", 6, "theirs")), c.result) << c.code;
+    EXPECT_EQ(controller_.GetErrorAction(), c.action) << c.code;
+    EXPECT_FALSE(Exists("/file"));
+    EXPECT_THAT(LeftOvers(), IsEmpty());
+  }
+}
+
+// Lets chosen calls of the test's own thread fail.
+class FaultyDisk {
+ public:
+  FaultyDisk() : before_(platform::SetFiles(&files_)) {}
+  ~FaultyDisk() { platform::SetFiles(before_); }
+
+  platform::FaultPlan plan;
+
+ private:
+  const std::thread::id thread_ = std::this_thread::get_id();
+  platform::CallHook hook_ = plan.hook();
+  platform::ForwardingFiles files_{platform::files(), [this](const char* call) {
+                                     // Without a removal nothing can be tidied up.
+                                     const bool passes = std::this_thread::get_id() != thread_ ||
+                                                         call == std::string("RemoveFile");
+                                     return passes ? platform::Status{} : hook_(call);
+                                   }};
+  platform::Files* const before_;
+};
+
+TEST_F(DownloadFailure, LosesNothingWhenTheDiskFailsAtAnyCall) {
+  answer_ = [&](const PObject&) { return Whole("theirs", 6); };
+  const Event event = Change("/file", 6, "theirs");
+  for (unsigned nth = 1;; ++nth) {
+    SCOPED_TRACE(nth);
+    PutSynced("/file", "basis", 5);
+    unsigned failures = 0;
+    {
+      FaultyDisk disk;
+      disk.plan.FailNth(nth, platform::ErrorKind::kOther);
+      (void)Handle(event);
+      failures = disk.plan.failures();
+    }
+    ResumeTransMgr::GetInstance().Clear();
+    const std::string now = Read("/file");
+    EXPECT_TRUE(now == "basis" || now == "theirs") << now;
+    EXPECT_TRUE(Row("/file").syncID != 6 || now == "theirs");
+    EXPECT_THAT(LeftOvers(), IsEmpty());
+    EXPECT_EQ(Handle(event), 0) << "the next attempt";
+    EXPECT_EQ(Read("/file"), "theirs");
+    EXPECT_THAT(Conflicts(), IsEmpty());
+    ASSERT_LT(nth, 1000U);
+    if (failures == 0 || HasFailure()) break;
+  }
+}
+
+}  // namespace
+}  // namespace tolven::test
