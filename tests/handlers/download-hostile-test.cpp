@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 #include "handlers/download-fixture.h"
 #include "platform/fault-plan.h"
@@ -117,17 +118,16 @@ TEST_F(DownloadFailure, EndsARefusedEventAsToldByTheCode) {
   }
 }
 
-// Lets chosen calls of the test's own thread fail.
-class FaultyDisk {
+// Asks a hook before each call of the test's own thread.
+class HookedDisk {
  public:
-  FaultyDisk() : before_(platform::SetFiles(&files_)) {}
-  ~FaultyDisk() { platform::SetFiles(before_); }
-
-  platform::FaultPlan plan;
+  explicit HookedDisk(platform::CallHook hook)
+      : hook_(std::move(hook)), before_(platform::SetFiles(&files_)) {}
+  ~HookedDisk() { platform::SetFiles(before_); }
 
  private:
   const std::thread::id thread_ = std::this_thread::get_id();
-  platform::CallHook hook_ = plan.hook();
+  const platform::CallHook hook_;
   platform::ForwardingFiles files_{platform::files(), [this](const char* call) {
                                      // Without a removal nothing can be tidied up.
                                      const bool passes = std::this_thread::get_id() != thread_ ||
@@ -137,6 +137,50 @@ class FaultyDisk {
   platform::Files* const before_;
 };
 
+TEST_F(DownloadFailure, LosesNoEditMadeAtTheLastMoment) {
+  // Once the old content was judged, and right before the new one comes in its place.
+  answer_ = [&](const PObject&) { return Whole("theirs", 6); };
+  PutSynced("/file", "basis", 5);
+  bool is_finished = false, is_edited = false;
+  const auto edit_file = [&](const std::string& call) {
+    if (call == "Sync") is_finished = true;
+    if (is_finished && !is_edited && call == "StatTarget") {
+      is_edited = true;
+      WriteFile(Place("/file"), "mine!");
+    }
+    return platform::Status{};
+  };
+  {
+    const HookedDisk disk(edit_file);
+    EXPECT_EQ(Handle(Change("/file", 6, "theirs")), 0);
+  }
+  EXPECT_TRUE(is_edited);
+  EXPECT_EQ(Read("/file"), "theirs");
+  EXPECT_THAT(Conflicts(), testing::ElementsAre("mine!"));
+
+  // A folder that gives way to a file, and a file to a folder: right before they are moved away.
+  PutSyncedFolder("/folder", 4);
+  PutSynced("/folder/member", "synced", 5);
+  PutSynced("/single", "synced", 5);
+  for (const char* const edited : {"/folder/member", "/single"}) {
+    SCOPED_TRACE(edited);
+    const bool is_folder = edited != std::string("/single");
+    const ustring path = is_folder ? "/folder" : "/single";
+    const Event event = is_folder ? Change(path, 6, "theirs!") : FolderChange(path, 6);
+    answer_ = [&](const PObject&) { return Whole("theirs!", 6); };
+    {
+      const HookedDisk disk([&](const std::string& call) {
+        if (call == "Rename") WriteFile(Place(edited), "last moment");
+        return platform::Status{};
+      });
+      EXPECT_EQ(Handle(event), 0);
+    }
+    EXPECT_EQ(File(Place(path), true).IsFile(), is_folder);
+    EXPECT_THAT(Conflicts(is_folder ? "/member" : ""), testing::Contains("last moment"));
+  }
+  EXPECT_THAT(LeftOvers(), IsEmpty());
+}
+
 TEST_F(DownloadFailure, LosesNothingWhenTheDiskFailsAtAnyCall) {
   answer_ = [&](const PObject&) { return Whole("theirs", 6); };
   const Event event = Change("/file", 6, "theirs");
@@ -145,10 +189,11 @@ TEST_F(DownloadFailure, LosesNothingWhenTheDiskFailsAtAnyCall) {
     PutSynced("/file", "basis", 5);
     unsigned failures = 0;
     {
-      FaultyDisk disk;
-      disk.plan.FailNth(nth, platform::ErrorKind::kOther);
+      platform::FaultPlan plan;
+      plan.FailNth(nth, platform::ErrorKind::kOther);
+      const HookedDisk disk(plan.hook());
       (void)Handle(event);
-      failures = disk.plan.failures();
+      failures = plan.failures();
     }
     ResumeTransMgr::GetInstance().Clear();
     const std::string now = Read("/file");

@@ -7,6 +7,7 @@
 #include "client/core/filters/preliminary-filter.h"
 #include "client/core/handlers/force-download-handler.h"
 #include "client/core/handlers/rescan-handler.h"
+#include "client/event-path.h"
 #include "handlers/download-fixture.h"
 #include "lib/file-status-db.h"
 
@@ -206,6 +207,9 @@ TEST_F(Download, ParksWhatMayNotOrCannotBeHere) {
   EXPECT_EQ(FileStatusDB::initialize(folder_ / "fstat"), 0);
   ASSERT_NE(controller_.GetErrorCallback(), nullptr);
   controller_.GetErrorCallback()->Exec(context_);
+  FileStatusInfo status;
+  EXPECT_EQ(FileStatusDB::getFileSyncStat(FileStatusKey(root_, long_name.view()), &status), 1);
+  EXPECT_EQ(status.syncStatus, FSTAT_UNSUPPORT);
   FileStatusDB::destroy();
   EXPECT_THAT(LeftOvers(), IsEmpty());
 }
