@@ -48,7 +48,7 @@ void FileListBuilder::AddFile(const DIR_ENTRY& entry, const ustring& path) {
   const std::string_view name = path.view().substr(root_length_);
   HANDLER_DEBUG("Worker (%d): Local list add file '%s'.", worker_id_, name);
   if (list_.AddNewFileAt(name, entry.mtime, entry.size, {}) < 0) {
-    HANDLER_DEBUG("Worker (%d): Local list fail to add file '%s'.", worker_id_, name);
+    HANDLER_DEBUG("Worker (%d): Local list fail to add directory '%s'.", worker_id_, name);
   }
 }
 
