@@ -40,6 +40,7 @@ void CreateDirSelfEventCallback::CreateDirSelfEvent(const EventContext& context)
   const Event& current = context.GetEvent();
   const File folder(context.GetFullPath(), true);
   EventManager& manager = EventManager::getInstance();
+  if (!folder.IsKnown()) return;
   if (!folder.Exists() && (manager.IsServerEventPendingBelow(current.m_sess_id, current.m_path) ||
                            !HandlerHelper::IsRootProved(context))) {
     return;

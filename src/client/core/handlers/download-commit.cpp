@@ -99,6 +99,11 @@ int DownloadRemoteHandler::CommitDatabaseDownload(const PObject& response, const
   TakeServerAttributes(response, record);
   if (!sign_file.empty()) record.signaturePath = sign_file;
   HANDLER_DEBUG("Worker (%d): Commit Database: %s", GetWorkerId(), record.ToPObject().toString());
+  // What was in a folder went with it.
+  if (record.IsFile() && dbinfo.syncID != 0 && dbinfo.IsDir() &&
+      GetContext().RemoveLocalDatabaseInfo() < 0) {
+    return -1;
+  }
   if (CommitDatabase(record) != 0) return -1;
   if (record.IsFile()) {
     // An edit that a changed time has covered up is found by content.

@@ -70,14 +70,17 @@ int FileHelper::Walk(const ustring& root, const EventContext& context, const Wal
   return FolderWalk(std::move(walk), walker).Run(root);
 }
 
-int FileHelper::RemoveByRename(File& file, const ustring& working_directory) {
+int FileHelper::RemoveByRename(File& file, const ustring& working_directory,
+                               const std::function<bool(const ustring& place)>& is_to_stay) {
   const ustring from = file.GetPath();
   ustring target;
   if (FSCreateTempPath(working_directory, target) != 0 || !file.Rename(target)) {
     HANDLER_ERROR("Failed to remove '%s' by renaming to '%s'.", from, target);
     return -1;
   }
-  return file.Delete() ? 0 : -1;
+  if (is_to_stay && is_to_stay(target)) return 1;
+  (void)file.Delete();
+  return 0;
 }
 
 bool FileHelper::LocallyModified(const EventContext& context, const File& file,
