@@ -52,16 +52,6 @@ std::string ParentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-int HasNewer(Database& db, std::uint64_t view, const Node& folder, std::uint64_t number) {
-  if (folder.max_id <= number) return 0;
-  if (folder.sync_id > number) return 1;
-  Query row = db.Prepare(
-      "SELECT 1 FROM nodes WHERE view_id = ? AND path > ? AND path < ? AND is_removed = 0 AND "
-      "sync_id > ? LIMIT 1");
-  row << view << FirstBelow(folder.path) << EndBelow(folder.path) << number;
-  return row.Step();
-}
-
 bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& bytes) {
   Query sum = db.Prepare(
       "SELECT ifnull(sum(c.size), 0) FROM nodes n JOIN contents c ON c.id = n.content_id WHERE "
@@ -69,6 +59,15 @@ bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uin
       "n.is_removed = 0");
   if ((sum << view << path << FirstBelow(path) << EndBelow(path)).Step() != 1) return false;
   bytes = sum.Number();
+  return true;
+}
+
+bool NewestAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& number) {
+  Query row = db.Prepare(
+      "SELECT ifnull(max(sync_id), 0) FROM nodes WHERE view_id = ?1 AND is_removed = 0 AND (path = "
+      "?2 OR path > ?3 AND path < ?4)");
+  if ((row << view << path << FirstBelow(path) << EndBelow(path)).Step() != 1) return false;
+  number = row.Number();
   return true;
 }
 

@@ -23,11 +23,11 @@ int FindNodeRow(Database& db, std::uint64_t view, const std::string& path, Node&
 // The range of paths below a folder: behind `first`, in front of `end`.
 std::string FirstBelow(const std::string& folder);
 std::string EndBelow(const std::string& folder);
-// Whether something that is there, at or below a folder, is newer than a number: 1, 0 or -1. What
-// was removed since is no reason to keep the folder.
-int HasNewer(Database& db, std::uint64_t view, const Node& folder, std::uint64_t number);
 // Bytes of the files at and below a path. False when it fails.
 bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& bytes);
+// The highest number of what exists at and below a path. A removal is not among them: who has not
+// heard of it loses nothing with the folder. False when it fails.
+bool NewestAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& number);
 // "/" for a first-level path; empty for "/".
 std::string ParentOf(const std::string& path);
 

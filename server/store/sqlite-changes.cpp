@@ -21,9 +21,10 @@ Outcome CheckBase(Database& db, std::uint64_t view, const Put& put, bool live,
   if (put.base != 0 && !live) return Outcome::kNoBase;
   if (put.base != 0 && current.sync_id != put.base) return Outcome::kBaseChanged;
   if (live && current.is_dir && !put.is_dir) {
-    const int newer = HasNewer(db, view, current, std::max(put.base, put.max_id));
-    if (newer < 0) return Outcome::kFailed;
-    if (newer > 0) return Outcome::kBaseChanged;  // it would go, and the client has not seen it
+    std::uint64_t newest = 0;
+    if (!NewestAt(db, view, put.path, newest)) return Outcome::kFailed;
+    // Something below would go that the client has not seen.
+    if (newest > std::max(put.base, put.max_id)) return Outcome::kBaseChanged;
   }
   if (put.base == 0 && live && !HoldsTheSame(current, put)) return Outcome::kConflict;
   return Outcome::kDone;
@@ -74,9 +75,11 @@ Outcome SqliteMetadata::PutNode(std::uint64_t view, const Put& put, Node& made) 
     const int found = FindNodeRow(db, view, put.path, current);
     if (found < 0) return Outcome::kFailed;
     const bool live = found == 1 && !current.is_removed;
-    if (const Outcome base = CheckBase(db, view, put, live, current); base != Outcome::kDone)
-      return base;
-    if (live && put.base == 0) {
+    const Outcome base = CheckBase(db, view, put, live, current);
+    if (base != Outcome::kDone) return base;
+    // Who stores the same again may have another time for it.
+    const bool is_new_time = live && !put.is_dir && put.mtime && *put.mtime != current.mtime;
+    if (live && put.base == 0 && !is_new_time) {
       made = current;
       return Outcome::kDone;
     }
@@ -99,10 +102,9 @@ Outcome SqliteMetadata::RemoveNode(std::uint64_t view, const std::string& path,
     const int found = FindNodeRow(db, view, path, current);
     if (found < 0 || path == "/") return Outcome::kFailed;
     if (found == 0 || current.is_removed) return Outcome::kNotFound;
-    const int modified =
-        current.is_dir ? HasNewer(db, view, current, max_id) : int{current.sync_id != sync_id};
-    if (modified < 0) return Outcome::kFailed;
-    if (modified > 0) return Outcome::kModified;
+    std::uint64_t newest = 0;
+    if (current.is_dir && !NewestAt(db, view, path, newest)) return Outcome::kFailed;
+    if (current.is_dir ? newest > max_id : current.sync_id != sync_id) return Outcome::kModified;
     NodeWriter writer(db, view, versions_);
     if (current.is_dir && !writer.RemoveBelow(path)) return Outcome::kFailed;
     removed = current;

@@ -60,8 +60,9 @@ class ClientProcess {
     std::string root = {};  // empty: a folder of the client's own
     std::string white_list = "*";
     int build = 3317;
-    int port = 0;  // 0: the server's own
     std::string remote_path = "/";
+    int port = 0;             // of a way to the server; 0: the server's own
+    std::string levels = {};  // further lines of the log levels
   };
 
   ClientProcess(const ServerProcess& server, std::string name, Options options)
@@ -78,7 +79,7 @@ class ClientProcess {
     WriteFile(folder_ / "config/conf/whitelist.filter",
               std::string(kVersion) + "[File]\nwhite_ext = \"" + options_.white_list + "\"\n");
     WriteFile(home_.folder / "levels",
-              "worker_debug = 7\nsyncer_debug = 6\nevent_list_debug = 4\n");
+              "worker_debug = 7\nsyncer_debug = 6\nevent_list_debug = 4\n" + options_.levels);
     listening_ = std::thread([this] { Listen(); });
     Start();
   }
@@ -124,6 +125,13 @@ class ClientProcess {
     EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
     running_ = false;
   }
+  // Whether it has ended by itself; `status` is then its exit status.
+  bool HasEnded(int& status) {
+    if (!running_ || !platform::process().WaitForExit(child_, 0, status)) return false;
+    running_ = false;
+    return true;
+  }
+  bool is_running() const { return running_; }
 
   PObject Tell(const char* action, PObject request = PObject()) {
     request["action"] = action;
@@ -138,7 +146,7 @@ class ClientProcess {
     PObject request;
     request["connection_id"] = 5;
     request["server_ip"] = "127.0.0.1";
-    request["server_port"] = options_.port == 0 ? server_.port : options_.port;
+    request["server_port"] = options_.port != 0 ? options_.port : server_.port;
     request["session"] = ustring(server_.token);
     request["use_ssl"] = options_.tls;
     request["ssl_allow_untrust"] = true;
@@ -172,8 +180,12 @@ class ClientProcess {
     PObject request;
     request["session_id"] = 1;
     request["do_reload_filter"] = true;
-    EXPECT_FALSE(Tell("reload_session", request).hasMember("error"));
+    const PObject reply = Tell("reload_session", request);
+    EXPECT_EQ(reply["ack"].asString(), "ok");
+    EXPECT_FALSE(reply.hasMember("error")) << reply.toString().str();
   }
+  // For the sessions that are added from now on.
+  void SetMerge(bool merge) { options_.merge = merge; }
 
   const std::string& root() const { return options_.root; }
   ustring operator/(const std::string& path) const { return ustring(options_.root + "/" + path); }
@@ -181,6 +193,15 @@ class ClientProcess {
   std::string config() const { return (folder_ / "config").str(); }
   Tree Files() const { return ReadTree(options_.root); }
   std::string Log() const { return ReadFile(home_.log); }
+  // Copies logs, output and databases.
+  void KeepLogs(const std::string& folder) const {
+    std::error_code ignored;
+    fs::create_directories(folder, ignored);
+    constexpr auto kAll = fs::copy_options::recursive | fs::copy_options::overwrite_existing;
+    fs::copy(home_.folder.path(), folder, kAll, ignored);
+    fs::copy(config(), folder + "/config", kAll, ignored);
+    fs::copy((folder_ / "out").str(), folder + "/out", kAll, ignored);
+  }
 
   // The number up to which the session has applied what the server told.
   std::uint64_t StoredNumber() const {
@@ -223,7 +244,8 @@ class ClientProcess {
 
   void Listen() {
     while (!done_) {
-      const PObject message = ui_.TryReceive();
+      PObject message;
+      if (!ui_.TryReceive(message)) continue;
       if (message.hasMember("daemon_port")) port_ = message["daemon_port"].asInt32();
       const std::lock_guard lock(mutex_);
       ++told_[message["notify_type"].asString().str()];
@@ -234,7 +256,8 @@ class ClientProcess {
     const fs::path kept = fs::temp_directory_path() / ("tolven-failed-" + name_ + ".log");
     std::error_code error;
     fs::copy_file(home_.log.str(), kept, fs::copy_options::overwrite_existing, error);
-    std::printf("the log of %s is in %s\n", name_.c_str(), kept.c_str());
+    std::printf("the log of %s is in %s
+", name_.c_str(), kept.c_str());
   }
 
   const ServerProcess& server_;

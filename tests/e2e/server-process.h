@@ -66,12 +66,13 @@ class ServerProcess {
     EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
   }
 
+  // The folder that it keeps everything in.
+  std::string Data() const { return folder_.path() + "/server"; }
+
   int port = 0;
   std::string token;
 
  private:
-  std::string Data() const { return folder_.path() + "/server"; }
-
   const std::vector<ustring> words_;
   TempFolder folder_;
   platform::ChildProcess child_;

@@ -1,4 +1,5 @@
 // Folders on two clients and the view that they share.
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -167,6 +168,39 @@ TEST_F(Sync, AFolderThatIsGoneIsNotEmptied) {
   Tree more = wanted;
   more["three"] = "three";
   ExpectBoth(a, b, more);
+}
+
+TEST_F(Sync, AFileMakesWayForWhatIsNewInTheFolderThatItReplaced) {
+  ClientProcess a(server_, "a"), b(server_, "b");
+  Write(a, "dir/one", "1");
+  ExpectBoth(a, b, {{"dir", "<dir>"}, {"dir/one", "1"}});
+  a.TellSession("pause");
+  Write(b, "dir/sub/two", "2");
+  ASSERT_TRUE(Eventually(
+      [&] { return server_.Admin("ls team").find("/dir/sub/two") != std::string::npos; }));
+  fs::remove_all((a / "dir").str());
+  WriteFile(a / "dir", "file");
+  a.TellSession("resume");
+  const auto has_both = [](const Tree& tree) {
+    const auto two = tree.find("dir/sub/two");
+    const bool has_file = std::any_of(tree.begin(), tree.end(), [](const auto& item) {
+      return item.first.starts_with("dir_a_") && item.second == "file";
+    });
+    return two != tree.end() && two->second == "2" && has_file && !tree.contains("dir/one");
+  };
+  EXPECT_TRUE(Eventually([&] { return has_both(a.Files()) && a.Files() == b.Files(); }))
+      << "a: " << Names(a.Files()) << "\nb: " << Names(b.Files());
+}
+
+// Who removed the last file of a folder may remove the folder.
+TEST_F(Sync, AFolderGoesAfterItsFiles) {
+  ClientProcess a(server_, "a"), b(server_, "b");
+  Write(a, "dir/one", "1");
+  ExpectBoth(a, b, {{"dir", "<dir>"}, {"dir/one", "1"}});
+  fs::remove((a / "dir/one").str());
+  ExpectBoth(a, b, {{"dir", "<dir>"}});
+  fs::remove((a / "dir").str());
+  ExpectBoth(a, b, {});
 }
 
 }  // namespace

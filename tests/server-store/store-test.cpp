@@ -42,7 +42,7 @@ class StoreTest : public ::testing::Test {
     put.base = base;
     put.max_id = max_id;
     put.content = Store(text);
-    put.mtime = 5;
+    put.mtime = mtime_;
     return metadata_.PutNode(view_.id, put, made_);
   }
   Outcome PutDir(const std::string& path, std::uint64_t base = 0) {
@@ -87,6 +87,7 @@ class StoreTest : public ::testing::Test {
   FileContentStore contents_{folder_ / "contents"};
   View view_;
   Node made_;
+  std::uint32_t mtime_ = 5;
 };
 
 TEST_F(StoreTest, EveryChangeHasItsNumberAndItsConditions) {
@@ -123,10 +124,21 @@ TEST_F(StoreTest, EveryChangeHasItsNumberAndItsConditions) {
   EXPECT_EQ(PutDir("/docs", made_.sync_id), Outcome::kDone);
   EXPECT_EQ(PutFile("/docs/b", "b"), Outcome::kDone);
   const Node docs = Find("/docs");
+  // What came and went meanwhile is no loss to who has not heard of it.
+  EXPECT_EQ(PutFile("/docs/c", "c"), Outcome::kDone);
+  EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id), Outcome::kBaseChanged);
+  EXPECT_EQ(Remove("/docs/c", made_.sync_id, 0), Outcome::kDone);
   EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id - 1), Outcome::kBaseChanged);
   EXPECT_FALSE(Find("/docs/b").is_removed);
   EXPECT_EQ(PutFile("/docs", "text", docs.sync_id, docs.max_id), Outcome::kDone);
   EXPECT_TRUE(Find("/docs/b").is_removed);
+  EXPECT_EQ(Used(), 7U);
+  // The same content of another time.
+  const std::uint64_t before = made_.sync_id;
+  mtime_ = 6;
+  EXPECT_EQ(PutFile("/docs", "text"), Outcome::kDone);
+  EXPECT_GT(made_.sync_id, before);
+  EXPECT_EQ(Find("/docs").mtime, 6U);
   EXPECT_EQ(Used(), 7U);
   ExpectSound();
 }

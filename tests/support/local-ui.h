@@ -23,26 +23,20 @@ class LocalUi {
   // The next message; null when none comes.
   PObject Receive() {
     PObject message;
-    Channel channel;
-    PStream stream;
-    if (!listener_.isReady() || channel.Open(listener_.accept(), true) < 0 ||
-        stream.Recv(channel, message) < 0) {
-      ADD_FAILURE() << "no message";
-      message.clear();
-    }
+    if (!TryReceive(message)) ADD_FAILURE() << "no message";
     return message;
   }
-
-  // The same; null when none comes for a while, which is no failure.
-  PObject TryReceive() {
-    PObject message;
+  // The same for senders that may be killed on the way or have nothing to tell.
+  bool TryReceive(PObject& message) {
     Channel channel;
     PStream stream;
-    if (!listener_.isReady() || channel.Open(listener_.accept(), true) < 0 ||
-        stream.Recv(channel, message) < 0) {
-      message.clear();
+    message.clear();
+    if (listener_.isReady() && channel.Open(listener_.accept(), true) == 0 &&
+        stream.Recv(channel, message) >= 0) {
+      return true;
     }
-    return message;
+    message.clear();
+    return false;
   }
 
   // One request to a daemon and its reply; null when none comes.

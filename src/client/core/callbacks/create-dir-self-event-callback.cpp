@@ -17,6 +17,11 @@ constexpr std::uint32_t kSubDirRescans =
     Event::F_LOCAL_SUBDIR_RESCAN | Event::F_SERVER_SUBDIR_RESCAN |
     Event::F_LOCAL_SUBDIR_RESCAN_STAT | Event::F_SERVER_SUBDIR_RESCAN_STAT;
 
+// Whether the server told a change that was expanded here.
+bool IsServerChange(const Event& event) {
+  return event.isServerEvent() && event.m_sync_id != 0 && event.m_sync_id != kForcedDownload;
+}
+
 // A folder that cannot be read counts as one with content.
 bool IsEmptyFolder(const ustring& path) {
   DIR_HANDLE handle;
@@ -41,14 +46,19 @@ void CreateDirSelfEventCallback::CreateDirSelfEvent(const EventContext& context)
   const File folder(context.GetFullPath(), true);
   EventManager& manager = EventManager::getInstance();
   if (!folder.IsKnown()) return;
-  if (!folder.Exists() && (manager.IsServerEventPendingBelow(current.m_sess_id, current.m_path) ||
-                           !HandlerHelper::IsRootProved(context))) {
+  // The server has a folder there, which comes (back) with its repeated event.
+  if (!folder.IsDirectory() && IsServerChange(current) && current.m_type != Event::EV_REMOVE) {
+    return;
+  }
+  if (!folder.IsDirectory() &&
+      (manager.IsServerEventPendingBelow(current.m_sess_id, current.m_path) ||
+       !HandlerHelper::IsRootProved(context))) {
     return;
   }
   Event event;
   event.m_sess_id = current.m_sess_id;
   event.m_path = current.m_path;
-  event.m_type = folder.Exists() ? Event::EV_CREATE : Event::EV_REMOVE;
+  event.m_type = folder.IsDirectory() ? Event::EV_CREATE : Event::EV_REMOVE;
   event.setDir();
   HANDLER_DEBUG("CreateDirSelfEvent: create self event [%s].", event.toString());
   manager.PushLocalEvent(event);
@@ -56,9 +66,7 @@ void CreateDirSelfEventCallback::CreateDirSelfEvent(const EventContext& context)
 
 void CreateDirSelfEventCallback::RepeatServerEvent(const EventContext& context) {
   const Event& current = context.GetEvent();
-  const bool has_change =
-      current.isServerEvent() && current.m_sync_id != 0 && current.m_sync_id != kForcedDownload;
-  if (!has_change) return;
+  if (!IsServerChange(current)) return;
   if (current.m_type == Event::EV_REMOVE && !IsEmptyFolder(context.GetFullPath())) return;
   Event event = current;
   event.m_mode &= ~kSubDirRescans;

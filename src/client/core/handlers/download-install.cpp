@@ -26,6 +26,7 @@ constexpr int kNotRenamed = 1;
 int DownloadRemoteHandler::ProcessDownload(File& local_file, const DBFileInfo&, PObject& response,
                                            TempFile& sign_temp) {
   if (!HandlerHelper::IsRootProved(GetContext())) return ReturnEvent();
+  if (const int blocked = ClearWay(); blocked < 0) return blocked;
   if (GetContext().GetEntry().isMSDOS) AdjustMtimeForMSDOS(response);
   const PObject& answer = response;
   const int result = answer["is_dir"].asBool() ? ProcessDownloadDirectory(answer)

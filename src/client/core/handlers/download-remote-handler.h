@@ -138,6 +138,10 @@ class DownloadRemoteHandler : public EventHandler {
   void KeepAside(const ustring& place);
   int StepAside(bool& moved);
 
+  // download-way.cpp: what stands above its place
+  int ClearWay();
+  int ClearObjectAbove(const ustring& above, const File& object);
+
   // download-commit.cpp: the database
   int CommitDatabase(const DBFileInfo& record);
   int CommitDatabaseDownload(const PObject& response, const DBFileInfo& dbinfo,

@@ -77,6 +77,7 @@ int ExpandLocalDeleteHandler::BuildLocalFileListWithoutResursive(const ustring& 
   FolderWalk::Options options;
   options.with_info = true;
   options.coarse_times = context.GetEntry().isMSDOS;
+  options.takes_file_for_none = true;
   options.abort_flag = GetAbortFlag();
   const auto add = [&](const DIR_ENTRY& entry, const ustring&) {
     if (is_root && entry.name == kOldRecycleBin) return true;

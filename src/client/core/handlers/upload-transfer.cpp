@@ -4,6 +4,7 @@
 #include "client/core/helpers/handler-helper.h"
 #include "client/core/protocol-client.h"
 #include "client/core/resume-trans-mgr.h"
+#include "client/file-event-db.h"
 #include "lib/proto-common.h"
 
 namespace tolven {
@@ -43,7 +44,12 @@ int UploadLocalHandler::StartNewUpload(const File& local_file, const DBFileInfo&
       PrepareUploadRequest(resumable, local_file, db_info, objects.request, sign_temp);
   if (prepared < 0) return prepared;
   if (IsFakeUploadRequest(db_info, objects.request)) {
-    return CheckAndHandleOnlyMtimeChange(local_file, db_info) < 0 ? static_cast<int>(ERR_SYS) : 0;
+    // What was parked of this path has nothing left to tell.
+    return CheckAndHandleOnlyMtimeChange(local_file, db_info) < 0 ||
+                   context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL,
+                                                                       context.GetPath(), 0) < 0
+               ? static_cast<int>(ERR_SYS)
+               : 0;
   }
   const Registry::Entry& entry = context.GetEntry();
   if (entry.read_only && context.GetEvent().isLocalEvent()) {

@@ -63,6 +63,7 @@ int FileHelper::Walk(const ustring& root, const EventContext& context, const Wal
   walk.with_info = (options & WALK_OPT_EXT_INFO) != 0;
   walk.coarse_times = (options & WALK_OPT_CUT_MTIME) != 0;
   walk.skips_unreadable = (options & WALK_OPT_SKIP_UNREADABLE) != 0;
+  walk.takes_file_for_none = true;
   walk.abort_flag = abort_flag;
   walk.enters = [&context](const ustring& path) {
     return context.GetBlackList().TestDirectoryPath(RelativePath(context, path)) == 0;
@@ -115,6 +116,10 @@ int FileHelper::TestForceHash(const EventContext& context) {
 
 int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
                               const ustring& place, const std::atomic<int>* abort_flag) {
+  FILE_INFO info;
+  if (FSStat(place, info, false) != 0) return -1;
+  if (!info.isExist) return 0;
+  if (info.type != FT_DIR) return 1;
   FileEventDB& db = context.GetEventDatabaseSafe();
   bool found = false, failed = false;
   FolderWalk::Options options;

@@ -44,8 +44,8 @@ struct FileHelper {
   // 1 when the session wants the content compared, 0, or -1 for the root.
   static int TestForceHash(const EventContext& context);
   // Whether a folder holds, at any depth, a file that has no record or is another one than its
-  // record tells: 1, 0, or -1 when aborted or when it cannot be told. `path` is the folder's as
-  // events have it, `place` where it is now.
+  // record tells; or is no folder any more: 1, 0 (also for what does not exist), or -1 when aborted
+  // or when it cannot be told. `path` is the folder's as events have it, `place` where it is now.
   static int HasLocalEdits(const EventContext& context, const ustring& path, const ustring& place,
                            const std::atomic<int>* abort_flag);
 

@@ -17,6 +17,11 @@ namespace {
 
 const char* Source() { return "file-helper"; }
 
+bool IsFileOrNone(const ustring& path) {
+  FILE_INFO info;
+  return FSStat(path, info, false) == 0 && (!info.isExist || info.type == FT_FILE);
+}
+
 }  // namespace
 
 FolderWalk::FolderWalk(Options options, Visit visit)
@@ -44,6 +49,9 @@ int FolderWalk::ReadFolder(const ustring& path) {
   const Status opened =
       platform::files().OpenRealDirectory(path, options_.with_info, folder.handle);
   if (opened.is(ErrorKind::kNotFound)) return 0;
+  if (opened.is(ErrorKind::kNotDirectory) && options_.takes_file_for_none && IsFileOrNone(path)) {
+    return 0;
+  }
   if (!opened.ok()) return OnError(path);
   DIR_ENTRY entry;
   for (;;) {

@@ -26,7 +26,9 @@ class FolderWalk {
     bool coarse_times = false;      // bit 0 of each time is cleared
     bool skips_unreadable = false;  // else they make the result -1
     bool sees_all = false;          // the working directories, too
-    Passes enters;                  // asked for each folder, the first one too; none: all are
+    // A file where a folder is to be is like no folder; else the result is -1.
+    bool takes_file_for_none = false;
+    Passes enters;  // asked for each folder, the first one too; none: all are
     const std::atomic<int>* abort_flag = nullptr;
   };
 

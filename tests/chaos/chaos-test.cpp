@@ -1,0 +1,96 @@
+// Never lose a byte: two daemons and a server on small trees, in rounds that are drawn from seeds.
+// test_chaos [--seed S] [--seconds N] [--operations N] [--phases N] [--keep FOLDER]
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+
+#include "chaos/round.h"
+
+namespace tolven::test {
+namespace {
+
+struct Plan {
+  std::uint64_t seed = 1;
+  int seconds = 0;  // rounds go on for so long; 0: one round
+  std::size_t operations = 60;
+  std::size_t phases = 1;
+  std::string keep = "chaos-failures";
+};
+Plan plan;
+
+constexpr std::size_t kShownLines = 80;
+
+std::string TailOf(const std::vector<std::string>& lines) {
+  std::string text;
+  const std::size_t first = lines.size() - std::min(lines.size(), kShownLines);
+  for (std::size_t i = first; i < lines.size(); ++i) text += lines[i] + "\n";
+  return text;
+}
+
+void RunRound(std::uint64_t seed, Figures& all) {
+  Round round(seed);
+  const bool is_good = round.Run(plan.operations, plan.phases);
+  all.operations += round.figures().operations;
+  all.kills += round.figures().kills;
+  all.faults += round.figures().faults;
+  all.contents += round.figures().contents;
+  if (is_good && !::testing::Test::HasFailure()) return;
+  const std::string folder = plan.keep + "/seed-" + std::to_string(seed);
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder);
+  round.Keep(folder);
+  ADD_FAILURE() << "seed " << seed << " (--operations " << plan.operations << " --phases "
+                << plan.phases << "); everything is kept in " << folder << "\n"
+                << TailOf(round.trace());
+}
+
+TEST(Chaos, NeverLosesAByte) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(plan.seconds);
+  Figures figures;
+  std::uint64_t seed = plan.seed;
+  do {
+    RunRound(seed++, figures);
+  } while (!HasFailure() && std::chrono::steady_clock::now() < end);
+  std::printf("seeds %llu to %llu: %zu operations, %zu faults, %zu kills, %zu contents\n",
+              static_cast<unsigned long long>(plan.seed), static_cast<unsigned long long>(seed - 1),
+              figures.operations, figures.faults, figures.kills, figures.contents);
+}
+
+bool TakeArguments(int argc, char** argv) {
+  for (int i = 1; i < argc; i += 2) {
+    const std::string name = argv[i];
+    if (i + 1 == argc) return false;
+    const std::string value = argv[i + 1];
+    if (name == "--seed") {
+      plan.seed = std::stoull(value);
+    } else if (name == "--seconds") {
+      plan.seconds = std::stoi(value);
+    } else if (name == "--operations") {
+      plan.operations = std::stoull(value);
+    } else if (name == "--phases") {
+      plan.phases = std::stoull(value);
+    } else if (name == "--keep") {
+      plan.keep = value;
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+}  // namespace tolven::test
+
+int main(int argc, char** argv) {
+  ::testing::InitGoogleMock(&argc, argv);
+  if (!tolven::test::TakeArguments(argc, argv)) {
+    std::fprintf(stderr,
+                 "usage: test_chaos [--seed S] [--seconds N] [--operations N] [--phases N] "
+                 "[--keep FOLDER]\n");
+    return 2;
+  }
+  return RUN_ALL_TESTS();
+}

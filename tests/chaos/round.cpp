@@ -1,0 +1,244 @@
+#include "chaos/round.h"
+
+#include <cstdio>
+#include <fstream>
+#include <thread>
+
+namespace tolven::test {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kSettleLimit(100);
+constexpr milliseconds kLook(250);
+// So long everything has to stay as it is.
+constexpr milliseconds kQuiet(2'500);
+constexpr char kHiddenName[] = "[File]\nblack_name = \"a-b\"\n";
+constexpr char kLevels[] =
+    "client_debug = 6\ndetector_debug = 7\nevent_list_debug = 7\nevent_manager_debug = 7\n";
+
+}  // namespace
+
+Round::Round(std::uint64_t seed) : seed_(seed), ledger_(seed), oracle_(server_) {
+  const std::string aside = (folder_ / "aside").str();
+  fs::create_directories(aside);
+  for (std::size_t i = 0; i < sides_.size(); ++i) {
+    Side& side = sides_.at(i);
+    side.name = i == 0 ? "a" : "b";
+    side.root = (folder_ / side.name).str();
+    side.way = std::make_unique<Forwarder>(server_.port);
+    ClientProcess::Options options;
+    options.merge = true;
+    options.root = side.root;
+    options.port = side.way->port();
+    options.levels = kLevels;
+    side.client = std::make_unique<ClientProcess>(server_, side.name, options);
+    side.user = std::make_unique<User>(side.name, side.root, aside, ledger_);
+  }
+}
+
+Round::~Round() {
+  for (Side& side : sides_) side.client.reset();
+}
+
+void Round::Note(const std::string& text) {
+  const auto now = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin_).count();
+  const std::time_t clock = std::time(nullptr);
+  std::tm parts{};
+  localtime_r(&clock, &parts);
+  char line[40];
+  std::snprintf(line, sizeof line, "%6.2f %02d:%02d:%02d ", static_cast<double>(now) / 1000,
+                parts.tm_hour, parts.tm_min, parts.tm_sec);
+  trace_.push_back(line + text);
+}
+
+void Round::Fail(const std::string& text) {
+  Note("PROBLEM " + text);
+  problems_.push_back(text);
+}
+
+bool Round::Run(std::size_t operations, std::size_t phases) {
+  const std::vector<Operation> plan = MakePlan(seed_, operations);
+  for (std::size_t phase = 0; phase < phases && problems_.empty(); ++phase) {
+    const std::size_t end = plan.size() * (phase + 1) / phases;
+    for (std::size_t i = plan.size() * phase / phases; i < end && problems_.empty(); ++i) {
+      Do(plan[i]);
+    }
+    MendAll();
+    if (Settle()) Judge();
+  }
+  figures_.contents = ledger_.written();
+  return problems_.empty();
+}
+
+void Round::Do(const Operation& operation) {
+  ++figures_.operations;
+  const bool is_users = operation.action < Action::kPause;
+  Note(ToText(operation) + (is_users ? "" : " ..."));
+  std::string outcome;
+  if (is_users) {
+    outcome = sides_.at(static_cast<std::size_t>(operation.side)).user->Do(operation);
+  } else {
+    ++figures_.faults;
+    outcome = Disturb(operation);
+  }
+  trace_.back() += " -> " + outcome;
+  std::this_thread::sleep_for(milliseconds(operation.wait_ms));
+  LookForDead();
+}
+
+std::string Round::Disturb(const Operation& operation) {
+  if (operation.action == Action::kKillServer) {
+    if (!server_runs_) return "is dead";
+    ++figures_.kills;
+    server_.Stop();
+    server_runs_ = false;
+    return "dead";
+  }
+  if (operation.action == Action::kStartServer) {
+    if (server_runs_) return "runs";
+    server_.Start();
+    server_runs_ = true;
+    return "started";
+  }
+  return DisturbSide(sides_.at(static_cast<std::size_t>(operation.side)), operation.action);
+}
+
+std::string Round::DisturbSide(Side& side, Action action) {
+  if (action == Action::kTakeRoot) return MoveRoot(side, true);
+  if (action == Action::kGiveRoot) return MoveRoot(side, false);
+  if (action == Action::kStart) return Start(side);
+  if (!side.client->is_running()) return "is dead";
+  switch (action) {
+    case Action::kPause:
+    case Action::kResume:
+      side.is_paused = action == Action::kPause;
+      side.client->TellSession(side.is_paused ? "pause" : "resume");
+      return "told";
+    case Action::kHideName:
+    case Action::kShowName:
+      side.is_hidden = action == Action::kHideName;
+      side.client->SetRules(side.is_hidden ? kHiddenName : "");
+      side.client->ReloadRules();
+      return "told";
+    case Action::kKill:
+      ++figures_.kills;
+      side.client->Kill();
+      return "dead";
+    case Action::kDropLinks:
+      side.way->Drop();
+      return "dropped";
+    default:
+      return "not of a side";
+  }
+}
+
+std::string Round::Start(Side& side) {
+  if (side.client->is_running()) return "runs";
+  // A session cannot be added without its folder.
+  if (side.is_away) MoveRoot(side, false);
+  side.client->SetRules(side.is_hidden ? kHiddenName : "");
+  side.client->Start();
+  side.is_paused = false;
+  return "started";
+}
+
+std::string Round::MoveRoot(Side& side, bool away) {
+  if (side.is_away == away) return "is so";
+  const std::string other = side.root + "-away";
+  fs::rename(away ? side.root : other, away ? other : side.root);
+  side.is_away = away;
+  side.user->Follow(away ? other : side.root);
+  return away ? "gone" : "back";
+}
+
+void Round::LookForDead() {
+  for (Side& side : sides_) {
+    int status = 0;
+    if (side.client->HasEnded(status)) {
+      Fail(side.name + ": the daemon ended with " + std::to_string(status));
+    }
+  }
+}
+
+void Round::MendAll() {
+  Note("mend all");
+  if (!server_runs_) server_.Start();
+  server_runs_ = true;
+  for (Side& side : sides_) {
+    MoveRoot(side, false);
+    Start(side);
+    if (side.is_paused) DisturbSide(side, Action::kResume);
+    if (side.is_hidden) DisturbSide(side, Action::kShowName);
+  }
+}
+
+bool Round::IsIdle(Side& side) {
+  const PObject session = side.client->Session();
+  return session["status"].asString() == "uptodate";
+}
+
+std::vector<std::string> Round::Differences() {
+  std::vector<std::string> all;
+  for (Side& side : sides_) {
+    for (std::string& line : oracle_.Differences(*side.client, side.name)) {
+      all.push_back(std::move(line));
+    }
+  }
+  return all;
+}
+
+bool Round::Settle() {
+  const auto end = steady_clock::now() + kSettleLimit;
+  auto good_since = steady_clock::time_point::max();
+  while (problems_.empty()) {
+    const bool is_idle = IsIdle(sides_[0]) && IsIdle(sides_[1]);
+    const std::vector<std::string> differences =
+        is_idle ? Differences() : std::vector<std::string>{"not idle"};
+    const auto now = steady_clock::now();
+    if (!differences.empty()) {
+      good_since = steady_clock::time_point::max();
+    } else if (good_since == steady_clock::time_point::max()) {
+      good_since = now;
+    } else if (now - good_since >= kQuiet) {
+      Note("settled");
+      for (Side& side : sides_) side.client->SetMerge(false);
+      return true;
+    }
+    if (now > end) {
+      for (const std::string& line : is_idle ? differences : Differences()) Fail(line);
+      Fail(is_idle ? "the folders do not come to agree" : "the daemons do not come to rest");
+    }
+    LookForDead();
+    std::this_thread::sleep_for(kLook);
+  }
+  return false;
+}
+
+void Round::Judge() {
+  for (const std::string& name :
+       ledger_.Missing(oracle_.Contents({sides_[0].root, sides_[1].root}))) {
+    Fail("LOST " + name);
+  }
+  for (Side& side : sides_) {
+    for (const std::string& line : oracle_.LeftOvers(*side.client, side.name)) Fail(line);
+  }
+  const std::string check = server_.Admin("check");
+  if (check.find(" 0 problems") == std::string::npos) Fail("server: " + check);
+}
+
+void Round::Keep(const std::string& folder) const {
+  std::error_code ignored;
+  for (const Side& side : sides_) {
+    side.client->KeepLogs(folder + "/" + side.name);
+    const std::string root = fs::exists(side.root) ? side.root : side.root + "-away";
+    fs::copy(root, folder + "/root-" + side.name, fs::copy_options::recursive, ignored);
+  }
+  fs::copy(server_.Data(), folder + "/server", fs::copy_options::recursive, ignored);
+  std::ofstream out(folder + "/trace");
+  for (const std::string& line : trace_) out << line << "\n";
+}
+
+}  // namespace tolven::test

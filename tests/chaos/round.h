@@ -1,0 +1,75 @@
+// One round: a server and two daemons, disturbed while both folders change, then left to settle.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "chaos/forwarder.h"
+#include "chaos/ledger.h"
+#include "chaos/oracle.h"
+#include "chaos/plan.h"
+#include "chaos/user.h"
+#include "e2e/client-process.h"
+#include "e2e/server-process.h"
+
+namespace tolven::test {
+
+struct Figures {
+  std::size_t operations = 0, kills = 0, faults = 0, contents = 0;
+};
+
+class Round {
+ public:
+  // Without forwarders for `direct`, which takes away the broken connections.
+  explicit Round(std::uint64_t seed);
+  ~Round();
+
+  // Whether everything was as it must be; Problems() tells what was not.
+  bool Run(std::size_t operations, std::size_t phases);
+  const std::vector<std::string>& problems() const { return problems_; }
+  const std::vector<std::string>& trace() const { return trace_; }
+  const Figures& figures() const { return figures_; }
+  // Copies logs, databases and the trace.
+  void Keep(const std::string& folder) const;
+
+ private:
+  struct Side {
+    std::string name, root;
+    std::unique_ptr<Forwarder> way;
+    std::unique_ptr<ClientProcess> client;
+    std::unique_ptr<User> user;
+    bool is_paused = false, is_hidden = false, is_away = false;
+  };
+
+  void Do(const Operation& operation);
+  std::string Disturb(const Operation& operation);
+  std::string DisturbSide(Side& side, Action action);
+  std::string Start(Side& side);
+  std::string MoveRoot(Side& side, bool away);
+  // Ends all that disturbs, and waits until nothing changes any more and everything agrees.
+  void MendAll();
+  bool Settle();
+  bool IsIdle(Side& side);
+  std::vector<std::string> Differences();
+  void Judge();
+  void LookForDead();
+  void Note(const std::string& text);
+  void Fail(const std::string& text);
+
+  const std::uint64_t seed_;
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+  TempFolder folder_;
+  ServerProcess server_;
+  bool server_runs_ = true;
+  Ledger ledger_;
+  Oracle oracle_;
+  std::array<Side, 2> sides_;
+  std::vector<std::string> trace_, problems_;
+  Figures figures_;
+};
+
+}  // namespace tolven::test
