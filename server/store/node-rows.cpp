@@ -62,6 +62,15 @@ bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uin
   return true;
 }
 
+bool NewestAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& number) {
+  Query newest = db.Prepare(
+      "SELECT ifnull(max(sync_id), 0) FROM nodes WHERE view_id = ?1 AND path >= ?2 AND path < ?4 "
+      "AND (path = ?2 OR path > ?3) AND is_removed = 0");
+  if ((newest << view << path << FirstBelow(path) << EndBelow(path)).Step() != 1) return false;
+  number = newest.Number();
+  return true;
+}
+
 bool NodeWriter::NextNumber(std::uint64_t& number) {
   if (!(db_.Prepare("UPDATE views SET last_number = last_number + 1 WHERE id = ?") << view_)
            .Run() ||

@@ -25,6 +25,8 @@ std::string FirstBelow(const std::string& folder);
 std::string EndBelow(const std::string& folder);
 // Bytes of the files at and below a path. False when it fails.
 bool BytesAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& bytes);
+// The highest number of what is at and below a path. False when it fails.
+bool NewestAt(Database& db, std::uint64_t view, const std::string& path, std::uint64_t& number);
 // "/" for a first-level path; empty for "/".
 std::string ParentOf(const std::string& path);
 

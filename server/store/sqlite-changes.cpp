@@ -16,11 +16,22 @@ bool HoldsTheSame(const Node& node, const Put& put) {
          (node.content.md4 == put.content.md4 && node.content.size == put.content.size);
 }
 
-Outcome CheckBase(const Put& put, bool live, const Node& current) {
+// Whether a folder, or anything that still is below it, is above `max_id`: 1, 0 or -1. What was
+// removed below is no loss, even if the client does not know it.
+int HasNewer(Database& db, std::uint64_t view, const Node& folder, std::uint64_t max_id) {
+  if (folder.max_id <= max_id) return 0;
+  std::uint64_t newest = 0;
+  return NewestAt(db, view, folder.path, newest) ? newest > max_id : -1;
+}
+
+Outcome CheckBase(Database& db, std::uint64_t view, const Put& put, bool live,
+                  const Node& current) {
   if (put.base != 0 && !live) return Outcome::kNoBase;
   if (put.base != 0 && current.sync_id != put.base) return Outcome::kBaseChanged;
-  if (live && current.is_dir && !put.is_dir && current.max_id > std::max(put.base, put.max_id)) {
-    return Outcome::kBaseChanged;  // something below would go that the client has not seen
+  if (live && current.is_dir && !put.is_dir) {
+    // Something below would go that the client has not seen.
+    const int newer = HasNewer(db, view, current, std::max(put.base, put.max_id));
+    if (newer != 0) return newer < 0 ? Outcome::kFailed : Outcome::kBaseChanged;
   }
   if (put.base == 0 && live && !HoldsTheSame(current, put)) return Outcome::kConflict;
   return Outcome::kDone;
@@ -71,7 +82,8 @@ Outcome SqliteMetadata::PutNode(std::uint64_t view, const Put& put, Node& made) 
     const int found = FindNodeRow(db, view, put.path, current);
     if (found < 0) return Outcome::kFailed;
     const bool live = found == 1 && !current.is_removed;
-    if (const Outcome base = CheckBase(put, live, current); base != Outcome::kDone) return base;
+    if (const Outcome base = CheckBase(db, view, put, live, current); base != Outcome::kDone)
+      return base;
     if (live && put.base == 0) {
       made = current;
       return Outcome::kDone;
@@ -95,9 +107,9 @@ Outcome SqliteMetadata::RemoveNode(std::uint64_t view, const std::string& path,
     const int found = FindNodeRow(db, view, path, current);
     if (found < 0 || path == "/") return Outcome::kFailed;
     if (found == 0 || current.is_removed) return Outcome::kNotFound;
-    if (current.is_dir ? current.max_id > max_id : current.sync_id != sync_id) {
-      return Outcome::kModified;
-    }
+    if (!current.is_dir && current.sync_id != sync_id) return Outcome::kModified;
+    const int newer = current.is_dir ? HasNewer(db, view, current, max_id) : 0;
+    if (newer != 0) return newer < 0 ? Outcome::kFailed : Outcome::kModified;
     NodeWriter writer(db, view, versions_);
     if (current.is_dir && !writer.RemoveBelow(path)) return Outcome::kFailed;
     removed = current;

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -217,6 +218,10 @@ class ClientProcess {
   }
   void PrintLog() const {
     const std::string log = Log();
+    // Where to keep the whole of it.
+    if (const char* const folder = std::getenv("TOLVEN_TEST_LOGS")) {
+      WriteFile(ustring(std::string(folder) + "/" + name_ + ".log"), log);
+    }
     const std::size_t kept = std::min<std::size_t>(log.size(), 12'000);
     std::printf("---- %s\n%s\n", name_.c_str(), log.substr(log.size() - kept).c_str());
   }
