@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -256,8 +257,7 @@ class ClientProcess {
     const fs::path kept = fs::temp_directory_path() / ("tolven-failed-" + name_ + ".log");
     std::error_code error;
     fs::copy_file(home_.log.str(), kept, fs::copy_options::overwrite_existing, error);
-    std::printf("the log of %s is in %s
-", name_.c_str(), kept.c_str());
+    std::printf("the log of %s is in %s\n", name_.c_str(), kept.c_str());
   }
 
   const ServerProcess& server_;
