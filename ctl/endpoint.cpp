@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <string_view>
-#include <vector>
 
 #include "platform/sockets.h"
 
@@ -90,16 +89,15 @@ bool IsAddressLiteral(const std::string& host) {
   return platform::sockets().Resolve(host, 1, true, found).ok() && !found.empty();
 }
 
-bool ResolveHost(const Endpoint& endpoint, std::string& address, std::string& error) {
+bool ResolveHost(const Endpoint& endpoint, std::vector<std::string>& addresses,
+                 std::string& error) {
   std::vector<platform::SocketAddress> found;
   const platform::Status status =
       platform::sockets().Resolve(endpoint.host, endpoint.port, false, found);
-  if (!status.ok() || found.empty()) {
-    error = "the name " + endpoint.host + " has no address: " + platform::StatusText(status);
-    return false;
-  }
-  address = found.front().text;
-  return true;
+  for (const platform::SocketAddress& address : found) addresses.push_back(address.text);
+  if (!addresses.empty()) return true;
+  error = "the name " + endpoint.host + " has no address: " + platform::StatusText(status);
+  return false;
 }
 
 }  // namespace tolven::ctl

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace tolven::ctl {
 
@@ -31,8 +32,8 @@ bool ReadProxy(const std::string& url, ProxyAddress& proxy, std::string& error);
 // Whether the text is an IPv4 or IPv6 literal and no name.
 bool IsAddressLiteral(const std::string& host);
 
-// The address to connect to, which for a name asks the system's resolver. False with one line in
-// `error`.
-bool ResolveHost(const Endpoint& endpoint, std::string& address, std::string& error);
+// The addresses of a host, those to try first in front; for a name the system's resolver is asked.
+// False with one line in `error`.
+bool ResolveHost(const Endpoint& endpoint, std::vector<std::string>& addresses, std::string& error);
 
 }  // namespace tolven::ctl

@@ -45,8 +45,8 @@ std::string TransferText(const PObject& transfer) {
 std::string Progress(const PObject& transfer) {
   const std::uint64_t done = transfer["progress"].asUInt64();
   const std::uint64_t total = transfer["total_size"].asUInt64();
-  const double part =
-      total == 0 ? 0 : std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
+  if (total == 0) return "comparing";  // hashes and deltas come before the first byte moves
+  const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
   const auto filled = static_cast<std::size_t>(part * kBarWidth);
   std::string bar(kBarWidth, '.');
   std::fill_n(bar.begin(), filled, '#');
@@ -97,6 +97,7 @@ std::string StateText(const PObject& session) {
   if (state == "syncing") return fmt::format("syncing, {} to go", unfinished);
   if (state == "disconnected") return "not connected to the server";
   if (state == "paused") return "paused";
+  if (state == "unknown") return "the daemon does not answer";
   return "being added";
 }
 
@@ -145,9 +146,7 @@ std::vector<std::string> LiveView::Changes(const PObject& snapshot) {
     const std::string key =
         std::to_string(transfer["session_id"].asUInt64()) + transfer["path"].asString().str();
     const std::string text = TransferText(transfer);
-    if (!transfers_.contains(key)) {
-      changes.push_back(text + ", " + SizeText(transfer["total_size"].asUInt64()));
-    }
+    if (!transfers_.contains(key)) changes.push_back(text);
     running[key] = text;
   }
   transfers_ = std::move(running);

@@ -103,7 +103,7 @@ void Monitor::OnNotification(const PObject& message) {
   MutexLock lock(mutex_);
   Disturb(message);
   const auto session = sessions_.find(message["session_id"].asUInt64());
-  if (session != sessions_.end() && !path.empty()) {
+  if (session != sessions_.end() && !path.empty() && path != "/") {
     std::deque<std::string>& waiting = session->second.waiting;
     Forget(waiting, path);
     if (kind == "syncing_file" && waiting.size() < kKeptWaiting) waiting.push_back(path);
@@ -220,15 +220,26 @@ bool Monitor::IsSettled(std::uint64_t session_id) const {
   return found != sessions_.end() && found->second.tracker.IsSettled(Now());
 }
 
+std::string Monitor::State(std::uint64_t session_id) const {
+  MutexLock lock(mutex_);
+  const auto found = sessions_.find(session_id);
+  return found == sessions_.end() ? std::string() : StateOf(found->second, Now());
+}
+
+std::string Monitor::StateOf(const Session& session, std::int64_t now) const {
+  const auto server = servers_.find(session.record.connection_id);
+  if (!session.is_added) return "not added";
+  if (status_.isNull()) return "unknown";
+  if (session.status.empty()) return "not added";
+  if (session.status == "pause" || session.record.paused) return "paused";
+  if (server == servers_.end() || !server->second.is_connected) return "disconnected";
+  if (session.tracker.IsSettled(now)) return "settled";
+  return session.status == "uptodate" ? "uptodate" : "syncing";
+}
+
 PObject Monitor::Show(const Session& session, std::int64_t now) const {
   const SessionRecord& record = session.record;
   const auto server = servers_.find(record.connection_id);
-  const bool is_settled = session.tracker.IsSettled(now);
-  const bool is_uptodate = session.status == "uptodate";
-  std::string state = is_settled ? "settled" : is_uptodate ? "uptodate" : "syncing";
-  if (server == servers_.end() || !server->second.is_connected) state = "disconnected";
-  if (session.status == "pause" || record.paused) state = "paused";
-  if (!session.is_added || session.status.empty()) state = "not added";
   PObject shown;
   shown["session_id"] = record.id;
   shown["connection_id"] = record.connection_id;
@@ -236,9 +247,9 @@ PObject Monitor::Show(const Session& session, std::int64_t now) const {
   shown["folder"] = record.folder;
   shown["remote_path"] = record.remote_path;
   shown["server"] = server == servers_.end() ? "" : ServerText(server->second.record).c_str();
-  shown["state"] = state.c_str();
-  shown["uptodate"] = is_uptodate;
-  shown["settled"] = is_settled;
+  shown["state"] = StateOf(session, now).c_str();
+  shown["uptodate"] = session.status == "uptodate";
+  shown["settled"] = session.tracker.IsSettled(now);
   shown["unfinished_files"] = session.unfinished;
   shown["recursive"] = record.recursive;
   shown["read_only"] = record.read_only;

@@ -12,8 +12,9 @@
 //   lines        the same, of all that was told
 //   daemon       the daemon's last answer to "get_status"
 //
-// `state` is "not added", "paused", "disconnected", "syncing", "uptodate" or "settled". `settled`
-// is never told before it is true; "uptodate" only says that nothing is to do that is known of.
+// `state` is "not added", "unknown" (the daemon does not answer), "paused", "disconnected",
+// "syncing", "uptodate" or "settled". `settled` is never told before it is true; "uptodate" only
+// says that nothing is to do that is known of.
 #pragma once
 
 #include <cstdint>
@@ -49,6 +50,7 @@ class Monitor {
   void Tell(const std::string& text, bool is_problem);
 
   bool IsSettled(std::uint64_t session_id) const;
+  std::string State(std::uint64_t session_id) const;  // as in a snapshot
   PObject Snapshot() const;
 
  private:
@@ -92,6 +94,7 @@ class Monitor {
   void TakeConnections(const PObject& list) REQUIRES(mutex_);
   void TakeSessions(const PObject& list) REQUIRES(mutex_);
   void TakeTransfers(const PObject& list) REQUIRES(mutex_);
+  std::string StateOf(const Session& session, std::int64_t now) const REQUIRES(mutex_);
   PObject Show(const Session& session, std::int64_t now) const REQUIRES(mutex_);
   PObject Show(const Server& server) const REQUIRES(mutex_);
   static PObject Show(const Lines& lines);

@@ -1,5 +1,6 @@
 // The commands "run" and "up".
 #include <iostream>
+#include <memory>
 #include <thread>
 
 #include "ctl/commands.h"
@@ -11,6 +12,7 @@
 #include "lib/log.h"
 #include "platform/clock.h"
 #include "platform/files.h"
+#include "platform/mutex.h"
 #include "platform/process.h"
 
 namespace tolven::ctl {
@@ -70,6 +72,28 @@ void Watch(const Supervisor& supervisor, bool as_picture, const std::atomic<bool
   view.Show(supervisor.monitor().Snapshot());
 }
 
+// Whom a signal stops; nobody once they are gone.
+class StopTarget {
+ public:
+  StopTarget(Hub& hub, Supervisor& supervisor) : hub_(&hub), supervisor_(&supervisor) {}
+
+  void Stop() {
+    MutexLock lock(mutex_);
+    if (hub_ == nullptr) return;
+    supervisor_->Abort();
+    hub_->Stop();
+  }
+  void Clear() {
+    MutexLock lock(mutex_);
+    hub_ = nullptr;
+  }
+
+ private:
+  Mutex mutex_;
+  Hub* hub_ GUARDED_BY(mutex_);
+  Supervisor* const supervisor_;
+};
+
 // From a linked daemon to its end.
 int Serve(Hub& hub, Supervisor& supervisor, const RunOptions& options) {
   supervisor.Attach(
@@ -114,14 +138,20 @@ int RunHub(const RunOptions& options) {
   Hub hub(home, daemon, [&supervisor](const PObject& command, PObject& answer) {
     return supervisor.Execute(command, answer);
   });
-  const platform::Status handled = platform::process().OnTermination([&] {
-    supervisor.Abort();
-    hub.Stop();
-  });
-  if (!handled.ok()) return Fail("cannot handle signals: " + platform::StatusText(handled));
-  if (!hub.Start(error)) return Fail(error);
-  std::cout << "Tolven Hub runs; its data is in " << home.root << ". Ctrl-C stops it." << std::endl;
-  return Serve(hub, supervisor, options);
+  const auto target = std::make_shared<StopTarget>(hub, supervisor);
+  const platform::Status handled = platform::process().OnTermination([target] { target->Stop(); });
+  int status = 1;
+  if (!handled.ok()) {
+    Fail("cannot handle signals: " + platform::StatusText(handled));
+  } else if (!hub.Start(error)) {
+    Fail(error);
+  } else {
+    std::cout << "Tolven Hub runs; its data is in " << home.root << ". Ctrl-C stops it."
+              << std::endl;
+    status = Serve(hub, supervisor, options);
+  }
+  target->Clear();
+  return status;
 }
 
 }  // namespace tolven::ctl

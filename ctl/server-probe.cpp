@@ -1,5 +1,7 @@
 #include "ctl/server-probe.h"
 
+#include <vector>
+
 #include "client/core/connection-request.h"
 #include "client/core/refusal-codes.h"
 #include "ctl/words.h"
@@ -23,12 +25,13 @@ constexpr PStream::Limits kLimits{10'000, 1 << 20, false};
 bool AddProxy(const ConnectionRecord& connection, PObject& request, std::string& error) {
   if (connection.proxy.empty()) return true;
   ProxyAddress proxy;
-  std::string address;
-  if (!ReadProxy(connection.proxy, proxy, error) || !ResolveHost(proxy.endpoint, address, error)) {
+  std::vector<std::string> addresses;
+  if (!ReadProxy(connection.proxy, proxy, error) ||
+      !ResolveHost(proxy.endpoint, addresses, error)) {
     return false;
   }
   request["use_proxy"] = true;
-  request["proxy_ip"] = ustring(address);
+  request["proxy_ip"] = ustring(addresses.front());
   request["proxy_port"] = proxy.endpoint.port;
   request["proxy_host"] = ustring(proxy.endpoint.host);
   request["proxy_username"] = ustring(proxy.user);
@@ -40,12 +43,12 @@ bool AddProxy(const ConnectionRecord& connection, PObject& request, std::string&
 bool AddTunnel(const ConnectionRecord& connection, PObject& request, std::string& error) {
   if (connection.tunnel.empty()) return true;
   Endpoint tunnel;
-  std::string address;
-  if (!ReadEndpoint(connection.tunnel, tunnel, error) || !ResolveHost(tunnel, address, error)) {
+  std::vector<std::string> addresses;
+  if (!ReadEndpoint(connection.tunnel, tunnel, error) || !ResolveHost(tunnel, addresses, error)) {
     return false;
   }
   request["use_tunnel"] = true;
-  request["tunnel_ip"] = ustring(address);
+  request["tunnel_ip"] = ustring(addresses.front());
   request["tunnel_port"] = tunnel.port;
   return true;
 }
@@ -78,8 +81,11 @@ ProbeResult Judge(const ConnectionRecord& connection, const PObject& response) {
 
 bool MakeConnectionRequest(const ConnectionRecord& connection, const char* action, PObject& request,
                            std::string& error) {
-  std::string address;
-  if (!ResolveHost(connection.server, address, error)) return false;
+  std::vector<std::string> addresses{connection.address};
+  if (connection.address.empty()) {
+    addresses.clear();
+    if (!ResolveHost(connection.server, addresses, error)) return false;
+  }
   ustring computer;
   int platform_id = 0;
   (void)platform::identity().HostName(computer, platform_id);  // only names of conflicts need it
@@ -87,7 +93,7 @@ bool MakeConnectionRequest(const ConnectionRecord& connection, const char* actio
   request["action"] = action;
   request["connection_id"] = connection.id;
   request["connection_mode"] = kConnectionModeIp;
-  request["server_ip"] = ustring(address);
+  request["server_ip"] = ustring(addresses.front());
   request["server_port"] = connection.server.port;
   request["session"] = ustring(connection.token);
   request["username"] = "";
@@ -101,7 +107,31 @@ bool MakeConnectionRequest(const ConnectionRecord& connection, const char* actio
   return AddProxy(connection, request, error) && AddTunnel(connection, request, error);
 }
 
-ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* abort) {
+namespace {
+
+ProbeResult Speak(const ConnectionRecord& connection, Channel& channel, const ustring& host_name) {
+  const std::string unreachable = "cannot reach " + connection.server.Text();
+  PObject request, response;
+  PStream stream;
+  stream.SetLimits(kLimits);
+  InitRequest(request, "connect");
+  request["session"] = ustring(connection.token);
+  if (connection.tls) request["do_ssl"] = true;
+  if (RunProtocol(channel, stream, SCMD_REQUEST_CONNECT, request, response) < 0) {
+    return Fail(ErrorCodes::ERR_IO, unreachable + ": it does not answer");
+  }
+  ProbeResult result = Judge(connection, response);
+  if (result.code != 0 || !connection.tls) return result;
+  channel.SetAllowUntrust(connection.insecure);
+  channel.SetSSLHostname(host_name);
+  const int code = channel.ConvertToSSLChannel(false);
+  if (code == ErrorCodes::ERR_SSL_VERIFY_FAIL) {
+    return Fail(code, connection.server.Text() + ": " + ErrorWords(code));
+  }
+  return code < 0 ? Fail(ErrorCodes::ERR_IO, unreachable + " with TLS") : result;
+}
+
+ProbeResult ProbeAddress(const ConnectionRecord& connection, std::atomic<int>* abort) {
   PObject message;
   std::string error;
   if (!MakeConnectionRequest(connection, "link_connection", message, error)) {
@@ -113,28 +143,29 @@ ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* ab
   Channel& channel = made == nullptr ? direct : *made;
   channel.SetFlag(abort);
   channel.SetTimeout(kAnswerSeconds);
-  const std::string unreachable = "cannot reach " + connection.server.Text();
   if (channel.Open(way.info.server_ip.c_str_utf8(), way.info.server_port) < 0) {
-    return Fail(ErrorCodes::ERR_IO, unreachable);
+    return Fail(ErrorCodes::ERR_IO, "cannot reach " + connection.server.Text());
   }
-  PObject request, response;
-  PStream stream;
-  stream.SetLimits(kLimits);
-  InitRequest(request, "connect");
-  request["session"] = way.info.session;
-  if (connection.tls) request["do_ssl"] = true;
-  if (RunProtocol(channel, stream, SCMD_REQUEST_CONNECT, request, response) < 0) {
-    return Fail(ErrorCodes::ERR_IO, unreachable + ": it does not answer");
+  ProbeResult result = Speak(connection, channel, way.info.server_name);
+  result.address = connection.address;
+  return result;
+}
+
+}  // namespace
+
+ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* abort) {
+  std::vector<std::string> addresses;
+  std::string error;
+  if (!ResolveHost(connection.server, addresses, error)) return Fail(ErrorCodes::ERR_IO, error);
+  ProbeResult result;
+  for (const std::string& address : addresses) {
+    ConnectionRecord one = connection;
+    one.address = address;
+    result = ProbeAddress(one, abort);
+    // An answer is an answer, from whichever address.
+    if (result.code != ErrorCodes::ERR_IO || *abort != 0) break;
   }
-  ProbeResult result = Judge(connection, response);
-  if (result.code != 0 || !connection.tls) return result;
-  channel.SetAllowUntrust(connection.insecure);
-  channel.SetSSLHostname(way.info.server_name);
-  const int code = channel.ConvertToSSLChannel(false);
-  if (code == ErrorCodes::ERR_SSL_VERIFY_FAIL) {
-    return Fail(code, connection.server.Text() + ": " + ErrorWords(code));
-  }
-  return code < 0 ? Fail(ErrorCodes::ERR_IO, unreachable + " with TLS") : result;
+  return result;
 }
 
 }  // namespace tolven::ctl

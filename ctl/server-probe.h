@@ -15,7 +15,8 @@ struct ProbeResult {
   // 0, or a code of lib/error-table.h: -2 the server cannot be reached, -6 the token is refused,
   // -24 the certificate is not trusted, others as the server said.
   int code = 0;
-  std::string error;  // one line for a person when `code` is not 0
+  std::string error;    // one line for a person when `code` is not 0
+  std::string address;  // of the server, when one of them could be reached
   std::uint32_t major = 0, minor = 0, build = 0;
 };
 
@@ -24,7 +25,8 @@ struct ProbeResult {
 ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* abort);
 
 // The request by which the daemon links a connection, or is told of its changes: `action` is
-// "link_connection" or "reload_connection". Names are resolved. False with one line in `error`.
+// "link_connection" or "reload_connection". Names are resolved; the server's is its `address` when
+// that is known. False with one line in `error`.
 bool MakeConnectionRequest(const ConnectionRecord& connection, const char* action, PObject& request,
                            std::string& error);
 

@@ -17,6 +17,7 @@ Json::Value ToJson(const ConnectionRecord& record) {
   Json::Value value;
   value["id"] = Json::UInt64{record.id};
   value["server"] = record.server.Text();
+  value["address"] = record.address;
   value["token"] = record.token;
   value["embedded"] = record.embedded;
   value["tls"] = record.tls;
@@ -54,6 +55,7 @@ ConnectionRecord ToConnection(const Json::Value& value) {
   if (!ReadEndpoint(value["server"].asString(), record.server, error)) {
     throw Json::RuntimeError(error);
   }
+  record.address = value["address"].asString();
   record.token = value["token"].asString();
   record.embedded = value["embedded"].asBool();
   record.tls = value["tls"].asBool();

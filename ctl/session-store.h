@@ -21,6 +21,7 @@ namespace tolven::ctl {
 struct ConnectionRecord {
   std::uint64_t id = 0;
   Endpoint server;
+  std::string address;    // the one of the server's addresses that answered last
   std::string token;      // of a login session at the server
   bool embedded = false;  // the server that tolvenctl itself runs
   bool tls = false;

@@ -336,7 +336,8 @@ bool Supervisor::RequireSettled(const SessionRecord& session, PObject& answer, s
   if (!is_attached()) {
     error = "this needs a running tolvenctl, since the session has to settle first";
   } else if (!monitor_.IsSettled(session.id)) {
-    error = "session " + std::to_string(session.id) + " has not settled yet";
+    error = "session " + std::to_string(session.id) + " has not settled yet, it is " +
+            monitor_.State(session.id);
     answer["unsettled"] = true;
   }
   return error.empty();

@@ -39,6 +39,21 @@ std::uint64_t HighestSessionFolder(const ustring& folder) {
   return highest;
 }
 
+// What a server has told of itself; whether anything differs from what was known.
+bool Learn(ConnectionRecord& connection, const ProbeResult& result) {
+  ConnectionRecord learnt = connection;
+  if (!result.address.empty()) learnt.address = result.address;
+  if (result.code == 0) {
+    learnt.major = result.major;
+    learnt.minor = result.minor;
+    learnt.build = result.build;
+  }
+  const bool has_news = learnt.address != connection.address || learnt.major != connection.major ||
+                        learnt.minor != connection.minor || learnt.build != connection.build;
+  connection = learnt;
+  return has_news;
+}
+
 }  // namespace
 
 Supervisor::Supervisor(Home home)
@@ -161,21 +176,30 @@ void Supervisor::RememberSettled() {
 
 void Supervisor::KeepLinked() {
   while (abort_ == 0) {
+    std::erase_if(probes_, [](const std::future<void>& probe) {
+      return probe.wait_for(milliseconds(0)) == std::future_status::ready;
+    });
+    // A server that does not answer keeps nobody else waiting.
     for (const ConnectionRecord& connection : DueForProbe()) {
-      TakeProbe(connection, ProbeServer(connection, &abort_));
+      probes_.push_back(std::async(std::launch::async, [this, connection] {
+        TakeProbe(connection, ProbeServer(connection, &abort_));
+      }));
     }
     AddDueSessions();
     MutexLock lock(mutex_);
     if (abort_ == 0) changed_.WaitFor(mutex_, kTick);
   }
+  probes_.clear();  // waits for each
 }
 
 std::vector<ConnectionRecord> Supervisor::DueForProbe() {
   MutexLock lock(mutex_);
   std::vector<ConnectionRecord> due;
   for (const ConnectionRecord& connection : store_.connections()) {
-    const ConnectionState& state = connection_states_[connection.id];
-    if (state.must_probe && state.probe_at <= Now()) due.push_back(connection);
+    ConnectionState& state = connection_states_[connection.id];
+    if (!state.must_probe || state.is_probed || state.probe_at > Now()) continue;
+    state.is_probed = true;
+    due.push_back(connection);
   }
   return due;
 }
@@ -184,30 +208,25 @@ std::vector<ConnectionRecord> Supervisor::DueForProbe() {
 // daemon keeps trying, and reports a build that has changed.
 void Supervisor::TakeProbe(const ConnectionRecord& asked, const ProbeResult& result) {
   MutexLock lock(mutex_);
+  ConnectionState& state = connection_states_[asked.id];
+  state.is_probed = false;
   ConnectionRecord* const connection = store_.FindConnection(asked.id);
   if (abort_ != 0 || connection == nullptr || connection->token != asked.token) return;
-  ConnectionState& state = connection_states_[asked.id];
   state.must_probe = result.code != 0;
   state.probe_at = Now() + kProbeAgainMs;
   monitor_.SetConnectionProblem(asked.id, result.error);
+  const bool has_news = Learn(*connection, result);
   std::string error;
-  bool must_tell = !state.is_linked;
-  if (result.code == 0 && (connection->build != result.build || connection->major != result.major ||
-                           connection->minor != result.minor)) {
-    connection->build = result.build;
-    connection->major = result.major;
-    connection->minor = result.minor;
-    must_tell = true;
-    if (!Save(error)) monitor_.Tell(error, true);
-  }
+  if (has_news && !Save(error)) monitor_.Tell(error, true);
   error.clear();
-  if (!must_tell) return;
+  if (state.is_linked && !has_news) return;
   if (daemon_->TellConnection(*connection, state.is_linked, error)) {
     state.is_linked = true;
   } else {
     state.must_probe = true;
     monitor_.SetConnectionProblem(asked.id, error);
   }
+  changed_.NotifyAll();
 }
 
 void Supervisor::AddDueSessions() {

@@ -22,6 +22,7 @@
 #pragma once
 
 #include <atomic>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -75,6 +76,7 @@ class Supervisor {
   struct ConnectionState {
     bool is_linked = false;
     bool must_probe = true;
+    bool is_probed = false;     // just now, by a thread
     std::int64_t probe_at = 0;  // monotonic milliseconds
   };
   struct SessionState {
@@ -141,6 +143,7 @@ class Supervisor {
   CondVar changed_;            // something may be due
   std::atomic<int> abort_{0};  // not 0: the threads end
   std::thread watch_thread_, link_thread_;
+  std::vector<std::future<void>> probes_;  // of the linking thread
 };
 
 }  // namespace tolven::ctl

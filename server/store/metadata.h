@@ -112,8 +112,8 @@ class Metadata {
   // Makes a version, with the folders that are missing on its way. An object of the other kind is
   // replaced, a folder with all below it. A new path that holds the same already is done.
   virtual Outcome PutNode(std::uint64_t view, const Put& put, Node& made) = 0;
-  // Removes an object, a folder with all below it, unless a file is not at `sync_id`, or something
-  // below a folder is above `max_id`.
+  // Removes an object, a folder with all below it, unless a file is not at `sync_id`, or a
+  // folder or something that is below it is above `max_id`.
   virtual Outcome RemoveNode(std::uint64_t view, const std::string& path, std::uint64_t sync_id,
                              std::uint64_t max_id, Node& removed) = 0;
   // Objects at and below `folder` that have an access list of their own.

@@ -289,11 +289,14 @@ int FileEventDB::setSignature(const ustring& path, const ustring& temp) {
   }
   const ustring target = SignaturePath(row.row_id);
   if (temp == target) return 0;
+  // The folder is there, but for the first signature in it. One that a power cut takes away is made
+  // anew with the next version.
+  if (FSRenameUnsynced(temp, target) == 0) return 0;
   const ustring folder = target.substr(0, target.rfind('/'));
   if (FSMKDir(folder, true) != 0) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] event-db(%d): Failed to Create folder at [%s].\n", __LINE__, folder);
-  } else if (FSRename(temp, target, true) != 0) {
+  } else if (FSRenameUnsynced(temp, target) != 0) {
     // The end of the line stands before the point, as readers of the log know it.
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] event-db(%d): Failed to rename from [%s] to [%s]\n.", __LINE__, temp,

@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <tuple>
+#include <vector>
 
 #include "lib/file-op-detail.h"
 #include "lib/log.h"
@@ -45,6 +46,31 @@ int FSMoveIntoPlace(const ustring& from, const ustring& to, bool replace) {
   if (!status.ok()) return Failed(__LINE__, "FSMoveIntoPlace", status);
   status = files.SyncDirectory(file_op::ParentOf(to));
   return status.ok() ? 0 : Failed(__LINE__, "FSMoveIntoPlace", status);
+}
+
+int FSRenameUnsynced(const ustring& from, const ustring& to) {
+  const std::lock_guard lock(file_op::rename_mutex);
+  const Status status = platform::files().RenameUnsynced(from, to);
+  return status.ok() ? 0 : Failed(__LINE__, "FSRenameUnsynced", status);
+}
+
+int FSMakeFolder(const ustring& path) {
+  platform::Files& files = platform::files();
+  platform::NodeInfo info;
+  std::vector<ustring> missing;
+  const auto is_missing = [&](const ustring& folder) {
+    return files.Stat(folder, info).is(ErrorKind::kNotFound);
+  };
+  for (ustring folder = path; is_missing(folder); folder = missing.back()) {
+    missing.push_back(file_op::ParentOf(folder));
+    if (missing.back() == folder) break;
+  }
+  if (const int made = FSMKDir(path, true); made != 0) return made;
+  for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
+    const Status status = files.SyncDirectory(*folder);
+    if (!status.ok()) return Failed(__LINE__, "FSMakeFolder", status);
+  }
+  return 0;
 }
 
 bool IsUntouched(const FILE_INFO& before, const FILE_INFO& now) {

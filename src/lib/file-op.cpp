@@ -156,7 +156,9 @@ bool IsFileExist(const ustring& path, bool do_case_check) {
 int FSStat(const ustring& path, FILE_INFO& info, bool do_case_check) {
   info = FILE_INFO();
   NodeInfo node;
-  const Status status = platform::files().Stat(path, node);
+  ustring on_disk;
+  Status status = platform::files().Stat(path, node);
+  if (status.ok() && do_case_check) status = platform::files().NameOnDisk(path, on_disk);
   if (path.empty() || IsMissing(status)) return 0;
   if (status.is(ErrorKind::kNameTooLong)) {  // what cannot be held is not there
     LogFindFailure(path, status);
@@ -168,7 +170,7 @@ int FSStat(const ustring& path, FILE_INFO& info, bool do_case_check) {
                    path, status.code);
     return -1;
   }
-  if (do_case_check && !IsFileExist(path, true)) return 0;
+  if (do_case_check && LastComponent(path.view()) != on_disk.view()) return 0;
   info.isExist = true;
   info.path = path;
   info.size = node.size;

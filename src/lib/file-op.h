@@ -85,6 +85,12 @@ int FSRenameNoReplace(const ustring& from, const ustring& to);
 inline constexpr int kNameTaken = -2;
 int FSFinish(const ustring& path, std::uint32_t mode);
 int FSMoveIntoPlace(const ustring& from, const ustring& to, bool replace);
+// Replaces `to`, and leaves it to the system when that reaches the disk: for what may be lost. 0 or
+// -1.
+int FSRenameUnsynced(const ustring& from, const ustring& to);
+// Makes a folder and those above it that are missing; returns once they are on the disk. Results as
+// of FSMKDir.
+int FSMakeFolder(const ustring& path);
 // The bits for FSFinish of a file that replaces nothing.
 std::uint32_t FSNewFileMode();
 

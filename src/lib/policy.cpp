@@ -71,7 +71,7 @@ bool IsValidNode(const ustring& folder_path) {
   platform::NodeInfo info;
   const platform::Status status = Look(folder_path, info);
   if (status.ok()) return IsAcceptable(info);
-  return status.is(platform::ErrorKind::kNotFound);
+  return status.is(platform::ErrorKind::kNotFound) || status.is(platform::ErrorKind::kNameTooLong);
 }
 
 bool IsValidSyncFolder(const ustring& folder_path) {

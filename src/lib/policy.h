@@ -13,7 +13,7 @@ bool IsValidSyncFolder(const ustring& folder_path);
 // Whether one node may be synced. Refused are the daemon's own data and the temporary folder below
 // the local application data, symbolic links and reparse points, nodes of the system (devices,
 // FIFOs and sockets), offline and temporary files, and what cannot be looked at. A node that is
-// gone is no reason to refuse its event.
+// gone, or cannot be made for its long name, is no reason to refuse its event.
 bool IsValidNode(const ustring& folder_path);
 
 // Whether `path` begins with `prefix`, all separators of the platform being equal. The prefix may

@@ -263,6 +263,7 @@ int PStream::Recv(Channel& channel, PObject& object) {
   trace_ = Logger::IsEnabled(Logger::L_DEBUG, kCategory);
   nodes_ = 0;
   bytes_ = 0;
+  new_files_.clear();
   const int result = RecvObject(channel, object);
   if (result < 0) DumpHistory();
   ClearHistory();
@@ -452,7 +453,10 @@ int PStream::OpenTarget(PObject::binary_type& binary, ScopedFile& file) {
     }
     binary.offset = 0;
     binary.length = 0;
-    if (opened.ok()) return ERR_OK;
+    if (opened.ok()) {
+      new_files_.push_back(binary.path);
+      return ERR_OK;
+    }
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] stream(%d): CreateFile(\"%s\"): Error code %d\n", __LINE__,
                    binary.path, opened.code);

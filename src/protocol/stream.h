@@ -70,6 +70,9 @@ class PStream {
   // Folder for received binaries whose place was not set; with neither they are refused.
   void SetDefaultRecvLocation(const ustring& path) { recv_path_ = path; }
   void SetLimits(const Limits& limits) { limits_ = limits; }
+  // Files that the last Recv made in that folder. The tree need not name them all: a member that
+  // comes twice overwrites the first.
+  const std::vector<ustring>& GetNewFiles() const { return new_files_; }
 
   // The keys on the way to the value in progress, joined by ".", and the bytes of it moved so far.
   void GetStatus(ustring& item, std::uint64_t& sent, std::uint64_t& size);
@@ -126,6 +129,7 @@ class PStream {
   std::size_t indent_ = 0;  // nesting depth, for the indentation of debug lines alone
   bool trace_ = false;      // debug lines are on for this tree
   ustring recv_path_;
+  std::vector<ustring> new_files_;
   Limits limits_;
   std::uint64_t nodes_ = 0, bytes_ = 0;  // of the tree being received
   std::vector<char> buffer_;             // for strings and contents, kept between trees

@@ -110,7 +110,7 @@ TEST_F(MonitorTest, SaysSettledOnlyAfterTwelveQuietSecondsUpToDateAndConnected) 
   Pass(12);
   EXPECT_TRUE(monitor_.IsSettled(7));
   monitor_.OnStatus(PObject());  // no answer
-  EXPECT_EQ(State(), "not added");
+  EXPECT_EQ(State(), "unknown");
   EXPECT_FALSE(monitor_.IsSettled(7));
   EXPECT_FALSE(monitor_.IsSettled(8));
 }
@@ -145,7 +145,7 @@ TEST_F(MonitorTest, MeasuresTransfersAndPrintsEachChangeOnce) {
   LiveView view(false);
   EXPECT_EQ(view.Changes(snapshot),
             (std::vector<std::string>{"[7] /f <-> host:1, view 0, /: syncing, 0 to go",
-                                      "uploading /big?[31m, 4.0 KiB"}));
+                                      "uploading /big?[31m"}));
   EXPECT_TRUE(view.Changes(snapshot).empty());
   PObject done = Notification("recent_file", "/a_pc_Mar-05-143007-2014_Conflict.txt");
   done["event_type"] = 3;

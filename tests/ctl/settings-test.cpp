@@ -38,6 +38,7 @@ TEST_F(SessionStoreTest, KeepsEverythingAndGivesNoIdTwice) {
   ASSERT_TRUE(store.Load(error_)) << error_;
   ConnectionRecord connection;
   connection.server = {"::1", 7711};
+  connection.address = "::1";
   connection.token = "secret";
   connection.tls = connection.insecure = connection.embedded = true;
   connection.ca_path = "/ca";

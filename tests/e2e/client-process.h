@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -79,7 +80,7 @@ class ClientProcess {
     WriteFile(folder_ / "config/conf/whitelist.filter",
               std::string(kVersion) + "[File]\nwhite_ext = \"" + options_.white_list + "\"\n");
     WriteFile(home_.folder / "levels",
-              "worker_debug = 7\nsyncer_debug = 7\nevent_list_debug = 4\n" + options_.levels);
+              "worker_debug = 7\nsyncer_debug = 6\nevent_list_debug = 4\n" + options_.levels);
     listening_ = std::thread([this] { Listen(); });
     Start();
   }
@@ -95,7 +96,7 @@ class ClientProcess {
     PObject reply;
     if (sender.connect(ui_.port()) == 0) (void)sender.send(nothing, false, reply);
     listening_.join();
-    if (::testing::Test::HasFailure()) PrintLog();
+    if (::testing::Test::HasFailure()) KeepLog();
   }
   ClientProcess(const ClientProcess&) = delete;
   ClientProcess& operator=(const ClientProcess&) = delete;
@@ -211,6 +212,14 @@ class ClientProcess {
     });
     return number;
   }
+  // The server's number of the version of a path that was last synced; 0 for none.
+  std::uint64_t Version(const std::string& path) const {
+    std::uint64_t number = 0;
+    Query("SELECT syncID FROM event_table WHERE path = '" + path + "';", [&](sqlite3_stmt* row) {
+      number = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0));
+    });
+    return number;
+  }
   void Query(const std::string& sql, const std::function<void(sqlite3_stmt*)>& each) const {
     sqlite3* db = nullptr;
     const std::string path = config() + "/db/event-db.sqlite";
@@ -243,10 +252,12 @@ class ClientProcess {
       ++told_[message["notify_type"].asString().str()];
     }
   }
-  void PrintLog() const {
-    const std::string log = Log();
-    const std::size_t kept = std::min<std::size_t>(log.size(), 12'000);
-    std::printf("---- %s\n%s\n", name_.c_str(), log.substr(log.size() - kept).c_str());
+  // For whoever looks into a failure.
+  void KeepLog() const {
+    const fs::path kept = fs::temp_directory_path() / ("tolven-failed-" + name_ + ".log");
+    std::error_code error;
+    fs::copy_file(home_.log.str(), kept, fs::copy_options::overwrite_existing, error);
+    std::printf("the log of %s is in %s\n", name_.c_str(), kept.c_str());
   }
 
   const ServerProcess& server_;

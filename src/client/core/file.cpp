@@ -12,7 +12,8 @@ File::File(const ustring& file_path, bool case_sensitive)
 
 bool File::Stat() {
   file_info = FILE_INFO();
-  return !path.empty() && FSStat(path, file_info, is_case_sensitive) >= 0;
+  is_known = !path.empty() && FSStat(path, file_info, is_case_sensitive) >= 0;
+  return is_known;
 }
 
 ustring File::GetName() const {

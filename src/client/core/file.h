@@ -20,6 +20,8 @@ class File {
 
   // Of the last look.
   bool Exists() const { return file_info.isExist; }
+  // Whether it could be looked at. Only then it is gone when it does not exist.
+  bool IsKnown() const { return is_known; }
   bool IsFile() const { return Exists() && file_info.type == FT_FILE; }
   bool IsDirectory() const { return Exists() && file_info.type == FT_DIR; }
   std::uint64_t GetSize() const { return file_info.size; }
@@ -52,6 +54,7 @@ class File {
  private:
   ustring path;
   bool is_case_sensitive;
+  bool is_known = false;
   FILE_INFO file_info;
 };
 

@@ -1,6 +1,7 @@
 #include "client/core/protocol-client.h"
 
 #include "client/core/refusal-codes.h"
+#include "lib/file-op.h"
 #include "lib/log.h"
 #include "lib/proto-common.h"
 
@@ -196,16 +197,29 @@ int ProtocolClient::SendAndReceive(Channel& ch, std::uint8_t cmd, const PObject&
   ch.SetFlag(recv_abort_flag);
   for (;;) {
     code = stream->Recv(ch, response);
+    const bool is_keep_alive = code >= 0 && keep_alive.Take(response);
+    DropStrayFiles(request, response);
     if (code < 0) {
       return ConvertStreamErrorToErrorCode(
           Fail(__LINE__, L"[ERROR] protocol-client(%d): Failed to receive response. (code: %d)\n",
                code));
     }
-    if (!keep_alive.Take(response)) return 0;
+    if (!is_keep_alive) return 0;
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] protocol-client(%d): Get channel keepalive message.\n", __LINE__);
     // A peer that sends them without a pause never lets the channel wait and look at the flag.
     if (IsAborted()) return ERR_INT;
+  }
+}
+
+// A peer may send contents that nobody asked for, or under names that nobody looks at.
+void ProtocolClient::DropStrayFiles(const PObject& request, const PObject& response) const {
+  const ustring action = request["_action"].asString();
+  const bool is_download = action == "download" || action == "resume_download";
+  const ustring& content = response["file"]["data"].asBinary().path;
+  const ustring& attribute = response["mac_attribute"]["data"].asBinary().path;
+  for (const ustring& path : stream->GetNewFiles()) {
+    if (!is_download || (path != content && path != attribute)) (void)FSRemove(path, false);
   }
 }
 

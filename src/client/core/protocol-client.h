@@ -41,6 +41,7 @@ class ProtocolClient : public ErrorCodes {
   int ConvertToSsl(Channel& ch);
   int Send(Channel& ch, std::uint8_t cmd, const PObject& request, PObject& response);
   int SendAndReceive(Channel& ch, std::uint8_t cmd, const PObject& request, PObject& response);
+  void DropStrayFiles(const PObject& request, const PObject& response) const;
   int ConvertStreamErrorToErrorCode(int code) const;
   bool IsAborted() const;
 

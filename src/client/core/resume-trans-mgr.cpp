@@ -4,7 +4,6 @@
 #include <string_view>
 #include <utility>
 
-#include "lib/file-op.h"
 #include "lib/log.h"
 #include "platform/clock.h"
 
@@ -30,6 +29,7 @@ void ResumeTransMgr::CachedJob::Clear() {
   ClearPObject(cached_resp);
   ClearUploadSignFile();
   create_time = 0;
+  source = FILE_INFO();
   token.clear();
   working_dir.clear();
 }
@@ -61,7 +61,7 @@ ustring ResumeTransMgr::GenToken(std::uint64_t sess_id, const ustring& full_path
 void ResumeTransMgr::InitialCachedJob(const ustring& token, const ustring& upload_sign_file,
                                       const ustring& working_dir, const PObject& req,
                                       const PObject& resp, CachedJob& job) {
-  job = {token, working_dir, upload_sign_file, platform::clock().WallSeconds(), req, resp};
+  job = {token, working_dir, upload_sign_file, platform::clock().WallSeconds(), req, resp, {}};
 }
 
 int ResumeTransMgr::Push(const CachedJob& job) {

@@ -10,6 +10,7 @@
 #include <list>
 #include <unordered_map>
 
+#include "lib/file-op.h"
 #include "platform/mutex.h"
 #include "protocol/object.h"
 #include "ustring/ustring.h"
@@ -32,6 +33,7 @@ class ResumeTransMgr {
     std::int64_t create_time = 0;
     PObject cached_req;   // as sent
     PObject cached_resp;  // as far as it came
+    FILE_INFO source{};   // an upload's file when it was read
   };
 
   static ResumeTransMgr& GetInstance();

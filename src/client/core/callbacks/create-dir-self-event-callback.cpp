@@ -45,6 +45,7 @@ void CreateDirSelfEventCallback::CreateDirSelfEvent(const EventContext& context)
   const Event& current = context.GetEvent();
   const File folder(context.GetFullPath(), true);
   EventManager& manager = EventManager::getInstance();
+  if (!folder.IsKnown()) return;
   // The server has a folder there, which comes (back) with its repeated event.
   if (!folder.IsDirectory() && IsServerChange(current) && current.m_type != Event::EV_REMOVE) {
     return;

@@ -99,7 +99,11 @@ int DownloadRemoteHandler::CommitDatabaseDownload(const PObject& response, const
   TakeServerAttributes(response, record);
   if (!sign_file.empty()) record.signaturePath = sign_file;
   HANDLER_DEBUG("Worker (%d): Commit Database: %s", GetWorkerId(), record.ToPObject().toString());
-  if (record.IsFile() && ForgetFolder() < 0) return -1;
+  // What was in a folder went with it.
+  if (record.IsFile() && dbinfo.syncID != 0 && dbinfo.IsDir() &&
+      GetContext().RemoveLocalDatabaseInfo() < 0) {
+    return -1;
+  }
   if (CommitDatabase(record) != 0) return -1;
   if (record.IsFile()) {
     // An edit that a changed time has covered up is found by content.
@@ -108,16 +112,6 @@ int DownloadRemoteHandler::CommitDatabaseDownload(const PObject& response, const
                                            replaces_time_ ? now : record.localFileModTime);
   }
   return 0;
-}
-
-// The file may have taken the place of a folder, whose members are no longer there.
-int DownloadRemoteHandler::ForgetFolder() {
-  const EventContext& context = GetContext();
-  FileEventDB& db = context.GetEventDatabaseSafe();
-  DBFileInfo known;
-  const int found = db.getEventInfo(context.GetPath(), known);
-  if (found < 0) return -1;
-  return found == 1 && known.IsDir() ? db.commitRemove(context.GetPath()) : 0;
 }
 
 int DownloadRemoteHandler::CommitDatabaseForFakeEvent(const Event& server_event,

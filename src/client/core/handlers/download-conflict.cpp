@@ -72,6 +72,8 @@ int DownloadRemoteHandler::CheckBasisFile(const File& local_file, const DBFileIn
       modified = true;
     }
   }
+  // Of a link or device nothing is known, so it is not the basis.
+  if (local_file.Exists() && !local_file.IsFile() && !local_file.IsDirectory()) modified = true;
   if (!modified) return CONFLICT_NONE;
   if (!local_file.Exists()) return CONFLICT_RETRY;
   if (response["is_dir"].asBool()) {
@@ -113,10 +115,9 @@ int DownloadRemoteHandler::HandleDownloadConflict(const File& local_file, const 
 // The local edit survives beside what takes its place.
 int DownloadRemoteHandler::StepAside(bool& moved) {
   const EventContext& context = GetContext();
-  if (ConflictRename(context.GetFullPath(), context.GetConnectionInfo().computer_name, "Conflict") <
-      0) {
-    return ERR_SYS;
-  }
+  const int code =
+      ConflictRename(context.GetFullPath(), context.GetConnectionInfo().computer_name, "Conflict");
+  if (code < 0) return code == kNameNotSupported ? code : static_cast<int>(ERR_SYS);
   moved = true;
   return 0;
 }
@@ -132,12 +133,35 @@ int DownloadRemoteHandler::JumpType(const File& local_file, bool& moved) {
     if (edits > 0) return StepAside(moved);
   }
   File old = local_file;
-  if (FileHelper::RemoveByRename(old, context.GetWorkingDirectory()) < 0) {
+  const int removed = FileHelper::RemoveByRename(
+      old, context.GetWorkingDirectory(),
+      [&](const ustring& place) { return WasEdited(local_file.GetInfo(), place); });
+  if (removed < 0) {
     HANDLER_ERROR("RemoveDirectory: Failed to remove '%s'", context.GetFullPath());
     return ERR_SYS;
   }
+  if (removed > 0) KeepAside(old.GetPath());
   moved = true;
   return 0;
+}
+
+// Between the test and the move. What cannot be told counts as an edit, since the rest is removed
+// for good.
+bool DownloadRemoteHandler::WasEdited(const FILE_INFO& before, const ustring& place) const {
+  const EventContext& context = GetContext();
+  if (before.type == FT_DIR) {
+    return FileHelper::HasLocalEdits(context, context.GetPath(), place, nullptr) != 0;
+  }
+  return !IsUntouched(before, File(place, true).GetInfo());
+}
+
+void DownloadRemoteHandler::KeepAside(const ustring& place) {
+  const EventContext& context = GetContext();
+  const ustring& path = context.GetFullPath();
+  const ustring aside =
+      GenerateNewFileName(path, context.GetConnectionInfo().computer_name, "Conflict");
+  if (FSRenameNoReplace(place, aside) == 0) return;
+  HANDLER_CRIT("Worker (%d): '%s' was edited and is kept at '%s'", GetWorkerId(), path, place);
 }
 
 }  // namespace tolven

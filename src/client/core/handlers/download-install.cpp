@@ -4,6 +4,7 @@
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/event-manager.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
 #include "rsapi-cpp/delta-file-reader.h"
@@ -50,7 +51,7 @@ int DownloadRemoteHandler::ProcessDownloadDirectory(const PObject& response) {
     HANDLER_ERROR("ProcessDownloadDirectory: HandleDownloadConflict(%s) failed.", path);
     return code;
   }
-  const int made = FSMKDir(path, true);
+  const int made = FSMakeFolder(path);
   if (made != 0) {
     HANDLER_ERROR("ProcessDownloadDirectory: Cannot create directory '%s'.", path);
     return made == kNameNotSupported ? made : static_cast<int>(ERR_SYS);
@@ -79,6 +80,7 @@ int DownloadRemoteHandler::KeepLocalFile(const File& local_file, const PObject& 
   EventContext& context = GetContext();
   const ustring& path = context.GetFullPath();
   const File now(path, true);
+  if (!now.IsKnown()) return ERR_SYS;
   if (!now.Exists()) {
     HANDLER_NOTE("ProcessDownloadFile: '%s' has already been removed", path);
     (void)context.RemoveLocalDatabaseInfo();
@@ -86,7 +88,8 @@ int DownloadRemoteHandler::KeepLocalFile(const File& local_file, const PObject& 
   }
   if (IsUntouched(local_file.GetInfo(), now.GetInfo())) {
     replaces_time_ = true;
-    return UpdateModifyTime(path, response) < 0 ? static_cast<int>(ERR_SYS) : 0;
+    (void)UpdateModifyTime(path, response);
+    return 0;
   }
   HANDLER_NOTE(
       "ProcessDownloadFile: file [%s] has been modified, remove db record and retry download. "
@@ -115,7 +118,10 @@ int DownloadRemoteHandler::PrepareDownloadFile(const PObject& response, ustring&
                        : VerifyWholeFile(response, new_path, sign_temp.getPath(), hash);
   if (code < 0) return code;
   // Nothing replaces a local file unverified.
-  if (!hash.empty() && hash == file["hash"].asString()) return 0;
+  if (!hash.empty() && hash == file["hash"].asString() &&
+      File(new_path, true).GetSize() == file["size"].asUInt64()) {
+    return 0;
+  }
   HANDLER_WARNING("PrepareDownloadFile: Check basis file of (%s) after patching failure.", path);
   const int result = HandleDownloadPatchError(response);
   if (result < 0) return result;
@@ -167,6 +173,7 @@ int DownloadRemoteHandler::ApplyPatch(const PObject& response, ustring& new_path
 int DownloadRemoteHandler::HandleDownloadPatchError(const PObject& response) {
   const EventContext& context = GetContext();
   const File local(context.GetFullPath(), true);
+  if (!local.IsKnown()) return ERR_SYS;
   if (!local.Exists()) {
     HANDLER_WARNING(
         "Worker (%d): HandleDownloadPatchError: Basis unchanged but cannot prepare file. (basis "
@@ -218,13 +225,13 @@ int DownloadRemoteHandler::UpdateModifyTime(const ustring& full_path, const PObj
 int DownloadRemoteHandler::MoveFileToTarget(const ustring& new_file, const PObject& response) {
   const ustring& path = GetContext().GetFullPath();
   const File replaced(path, true);
-  const std::uint32_t mode = replaced.IsFile() ? replaced.GetMode() : FSNewFileMode();
+  // A content that comes from elsewhere runs as nobody else.
+  const std::uint32_t mode = replaced.IsFile() ? replaced.GetMode() & 0777 : FSNewFileMode();
   // On the disk before anything is to stand for it.
   if (FSFinish(new_file, mode) != 0) return ERR_SYS;
   const int result = PlaceFile(new_file, response);
   if (result != kNotRenamed) return result;
   // What was downloaded is not thrown away: the next attempt finds it by its hash.
-  HANDLER_ERROR("MoveFileToTarget: Cannot rename from '%s' -> '%s'.", new_file, path);
   const PObject& file = response["file"];
   (void)MoveFileToRecycleBin(new_file, file["size"].asUInt64(), file["hash"].asString(),
                              response["mac_attribute"]["hash"].asString());
@@ -246,9 +253,12 @@ int DownloadRemoteHandler::PlaceFile(const ustring& new_file, const PObject& res
     if (!IsUntouched(expected, now.GetInfo())) continue;
     HANDLER_DEBUG("MoveFileToTarget: Rename '%s' -> '%s'", new_file, path);
     const int result = MoveFileW(new_file, path, now.Exists());
-    if (result == 0 || result == kNameNotSupported) return result;
-    if (result != kNameTaken) break;
+    if (result == 0) return 0;
+    if (result == kNameTaken) continue;
+    HANDLER_ERROR("MoveFileToTarget: Cannot rename from '%s' -> '%s'.", new_file, path);
+    return result == kNameNotSupported ? result : kNotRenamed;
   }
+  HANDLER_ERROR("MoveFileToTarget: Cannot rename from '%s' -> '%s'.", new_file, path);
   return kNotRenamed;
 }
 
@@ -268,7 +278,7 @@ int DownloadRemoteHandler::ClearTarget(const PObject& response, FILE_INFO& expec
 
 int DownloadRemoteHandler::MakeParent() {
   const std::string_view path = GetContext().GetFullPath().view();
-  const int made = FSMKDir(ustring(path.substr(0, path.rfind('/'))), true);
+  const int made = FSMakeFolder(ustring(path.substr(0, path.rfind('/'))));
   if (made == 0) return 0;
   HANDLER_ERROR("MoveFileToTarget: Cannot create parent directory of '%s'.",
                 GetContext().GetFullPath());
@@ -291,8 +301,11 @@ int DownloadRemoteHandler::MoveFileToRecycleBin(const ustring& source, std::uint
   FileEventDB& db = *context.GetEventDatabase();
   ustring known;
   if (db.getFilePathByHashFromRecycle(hash, known) == 1) {
-    (void)FSRemove(source, false);
-    return 0;
+    if (File(JoinPath(context.GetRecycleBinDir(), known.view()), true).IsFile()) {
+      (void)FSRemove(source, false);
+      return 0;
+    }
+    (void)db.rmRecycleByPath(known);  // somebody emptied the bin
   }
   ustring target;
   if (FSCreateTempPath(context.GetRecycleBinDir(), target) != 0) {
@@ -306,6 +319,7 @@ int DownloadRemoteHandler::MoveFileToRecycleBin(const ustring& source, std::uint
   const ustring name("/" + File(target, true).GetName().str());
   if (db.addFileToRecycleBin(name, size, hash, mac_hash) != 0) {
     HANDLER_ERROR("moveFileToRecycleBin: Failed to addFileToRecycleBin '%s'", name);
+    (void)FSRemove(target, false);  // nobody would find it
     return -1;
   }
   Registry::getInstance().InitRecycleTime(

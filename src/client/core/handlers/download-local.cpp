@@ -98,11 +98,14 @@ ustring DownloadRemoteHandler::FindLocalSource() {
   if (hash.empty()) return ustring();
   if (db.getFilePathByHashFromRecycle(hash, path) == 1) {
     ustring source = JoinPath(context.GetRecycleBinDir(), path.view());
-    HANDLER_DEBUG("Copy file from recycle bin '%s'.", source);
-    return source;
+    if (File(source, true).IsFile()) {
+      HANDLER_DEBUG("Copy file from recycle bin '%s'.", source);
+      return source;
+    }
   }
   if (db.getFilePathByHash(hash, path) != 1) return ustring();
   ustring source = JoinPath(context.GetLocalWatch(), path.view());
+  if (!File(source, true).IsFile()) return ustring();
   HANDLER_DEBUG("Copy file from syncfolder '%s'.", source);
   return source;
 }
@@ -111,7 +114,7 @@ int DownloadRemoteHandler::PrepareFilePartFromLocal(PObject& response) {
   const EventContext& context = GetContext();
   const Event& event = context.GetEvent();
   const ustring source = FindLocalSource();
-  if (source.empty() || !IsFileExist(source, true)) return 0;
+  if (source.empty()) return 0;
   TempFile copy(context.GetWorkingDirectory());
   if (copy.create() != 0) {
     HANDLER_ERROR("PreparFileFromLocal: Failed to create temp file.");
@@ -128,7 +131,7 @@ int DownloadRemoteHandler::PrepareFilePartFromLocal(PObject& response) {
     HANDLER_ERROR("PreparFileFromLocal: Failed to prepare file [%d].", code);
     return code;
   }
-  if (hash != event.m_data_hash) return 0;
+  if (hash != event.m_data_hash || reader.getProcessedSize() != event.m_data_size) return 0;
   copy.convert_permanent();
   PObject& file = response["file"];
   file["refer"] = false;

@@ -27,8 +27,11 @@ constexpr int kTooLargeForFat = -523;
 bool DownloadRemoteHandler::FilterEvent() { return GetContext().GetEvent().isServerEvent(); }
 
 int DownloadRemoteHandler::Handle() {
-  const int result = Apply();
-  return result == kNameNotSupported ? ParkUnsupportedName() : result;
+  int result = Apply();
+  if (result == kNameNotSupported) result = ParkUnsupportedName();
+  // What a broken transfer has left is for another attempt, and there will be none.
+  if (result == 0 && IsDownloadResumable()) ResumeTransMgr::GetInstance().Erase(GetResumeToken());
+  return result;
 }
 
 int DownloadRemoteHandler::Apply() {
@@ -47,7 +50,7 @@ int DownloadRemoteHandler::Apply() {
     return 0;
   }
   File local(context.GetFullPath(), true);
-  if (!local.CanRead()) {
+  if (!local.IsKnown() || !local.CanRead()) {
     HANDLER_ERROR("Worker (%d): Unable to handle locked/no permission file '%s'.", GetWorkerId(),
                   context.GetPath());
     return ERR_LOCKED_FILE;
@@ -55,7 +58,7 @@ int DownloadRemoteHandler::Apply() {
   SetWorkingType(W_TYPE_DOWNLOAD);
   DBFileInfo db_info = context.GetDatabaseInfo();
   if (!local.Exists()) {
-    const int forgotten = ForgetVanished(local, db_info);
+    const int forgotten = ForgetVanished(db_info);
     if (forgotten != 0) return forgotten;
   }
   const Event& event = context.GetEvent();
@@ -138,7 +141,7 @@ int DownloadRemoteHandler::HandleFilteredEvent(int filter_type) {
 
 // What is gone here is downloaded as new, whatever the database says; but where the whole folder is
 // gone nothing is known.
-int DownloadRemoteHandler::ForgetVanished(const File&, DBFileInfo& db_info) {
+int DownloadRemoteHandler::ForgetVanished(DBFileInfo& db_info) {
   EventContext& context = GetContext();
   if (!HandlerHelper::IsRootProved(context)) return ReturnEvent();
   db_info.Clear();

@@ -13,6 +13,7 @@
 #include "client/core/event-handler.h"
 #include "client/core/file.h"
 #include "client/core/handlers/transfer-objects.h"
+#include "client/core/resume-trans-mgr.h"
 #include "client/db-file-info.h"
 #include "lib/temp-file.h"
 #include "protocol/object.h"
@@ -49,7 +50,7 @@ class DownloadRemoteHandler : public EventHandler {
   int Apply();
   int TestDownloadRemoteFilter(int& filter_type);
   int HandleFilteredEvent(int filter_type);
-  int ForgetVanished(const File& local_file, DBFileInfo& db_info);
+  int ForgetVanished(DBFileInfo& db_info);
   int HandleEcho(const File& local_file, const DBFileInfo& db_info);
   bool IsFakeDownloadRemoteEvent(const Event& event, const File& local_file,
                                  const DBFileInfo& db_info);
@@ -77,7 +78,8 @@ class DownloadRemoteHandler : public EventHandler {
                        PObject& response);
   int ResumeDownload(const File& local_file, const DBFileInfo& db_info, PObject& request,
                      PObject& response);
-  bool IsJobOfEvent(const PObject& request, const DBFileInfo& db_info) const;
+  bool IsJobOfEvent(const ResumeTransMgr::CachedJob& job, const DBFileInfo& db_info) const;
+  bool IsWantedWhole() const;
   int Download(bool resumable, PObject& request, PObject& response);
   int SimpleDownload(const PObject& request, PObject& response);
   int ResumableDownload(PObject& request, PObject& response);
@@ -132,6 +134,8 @@ class DownloadRemoteHandler : public EventHandler {
   int HandleDownloadConflict(const File& local_file, const DBFileInfo& db_info,
                              const PObject& response, bool& moved);
   int JumpType(const File& local_file, bool& moved);
+  bool WasEdited(const FILE_INFO& before, const ustring& place) const;
+  void KeepAside(const ustring& place);
   int StepAside(bool& moved);
 
   // download-way.cpp: what stands above its place
@@ -142,7 +146,6 @@ class DownloadRemoteHandler : public EventHandler {
   int CommitDatabase(const DBFileInfo& record);
   int CommitDatabaseDownload(const PObject& response, const DBFileInfo& dbinfo,
                              const ustring& sign_file);
-  int ForgetFolder();
   int CommitDatabaseForFakeEvent(const Event& server_event, const DBFileInfo& db_info);
   int CommitRootFolder();
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "client/core/callbacks/create-event-callback.h"
+#include "client/core/handlers/download-answer.h"
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
@@ -20,6 +21,8 @@ int DownloadRemoteHandler::HandleDownload(File& local_file, DBFileInfo& db_info)
   const int code = Transfer(local_file, db_info, objects);
   if (code == ERR_FILE_TOO_BIG) {
     HANDLER_WARNING("abort syncing of '%s', file too big", context.GetPath());
+    // In a pause the broken transfer was kept, by the same files that go now.
+    ResumeTransMgr::GetInstance().Erase(GetResumeToken());
     return code;
   }
   if (code < 0) {
@@ -30,6 +33,11 @@ int DownloadRemoteHandler::HandleDownload(File& local_file, DBFileInfo& db_info)
   const PObject &request = objects.request, &response = objects.response;
   if (response.hasMember("error")) {
     return HandleDownloadResponseError(response["error"]["code"].asUInt32());
+  }
+  if (!IsSoundDownload(response)) {
+    HANDLER_ERROR("Worker (%d): the answer for '%s' is malformed.", GetWorkerId(),
+                  context.GetPath());
+    return ERR_IO;
   }
   if (response["sync_id"].asUInt64() == request["sync_id"].asUInt64()) {
     HANDLER_INFO("Worker (%d): DownloadRemote '%s' is already up to date.", GetWorkerId(),
@@ -63,7 +71,7 @@ int DownloadRemoteHandler::Install(File& local_file, const DBFileInfo& db_info, 
                   GetWorkerId(), context.GetPath(), committed);
     return ERR_SYS;
   }
-  if (!context.GetEvent().isDir()) sign_temp.convert_permanent();
+  // The signature is in the store by now, or it could not get there and is of no use.
   return 0;
 }
 
@@ -120,11 +128,12 @@ int DownloadRemoteHandler::StartNewDownload(const File& local_file, const DBFile
   PObject require;
   const int missing = GetUnsatisfiedAttributes(local.response, require);
   if (missing == 0) {
-    HANDLER_DEBUG("Prepare download from loacl successfully.");
+    HANDLER_DEBUG("Worker (%d): Prepare download from loacl successfully.", GetWorkerId());
     response.swap(local.response);
     return 0;
   }
-  HANDLER_DEBUG("Ready to prepare download from remote. (%d unsatisfield information)", missing);
+  HANDLER_DEBUG("Worker (%d): Ready to prepare download from remote. (%d unsatisfield information)",
+                GetWorkerId(), missing);
   request.swap(require);
   const bool resumable = !GetContext().GetEvent().isDir();
   PrepareDownloadRequest(resumable, db_info, request);
@@ -145,7 +154,7 @@ int DownloadRemoteHandler::ResumeDownload(const File& local_file, const DBFileIn
   HANDLER_INFO("Worker (%d): Resume download for '%s'.", GetWorkerId(), context.GetPath());
   ResumeTransMgr::CachedJob job;
   if (ResumeTransMgr::GetInstance().Take(GetResumeToken(), job) < 0) return ERR_INT;
-  if (!IsJobOfEvent(job.cached_req, db_info)) {
+  if (!IsJobOfEvent(job, db_info)) {
     job.Clear();
     return StartNewDownload(local_file, db_info, request, response);
   }
@@ -157,7 +166,13 @@ int DownloadRemoteHandler::ResumeDownload(const File& local_file, const DBFileIn
     HANDLER_DEBUG("Worker (%d): Continue download file to %s, offset %llu", GetWorkerId(),
                   data.path, data.length);
   }
+  const ustring partial = received["file"]["data"].asBinary().path;
   const int code = ResumableDownload(request, response);
+  // An answer may have taken the place of what named the file.
+  const PObject& answer = response;
+  if (!partial.empty() && answer["file"]["data"].asBinary().path != partial) {
+    (void)FSRemove(partial, false);
+  }
   if (code < 0) {
     HANDLER_ERROR("Worker (%d): Failed to download '%s'. (code: %d, reason: %s)", GetWorkerId(),
                   context.GetPath(), code, ErrorText(code));
@@ -169,11 +184,17 @@ int DownloadRemoteHandler::ResumeDownload(const File& local_file, const DBFileIn
   return 0;
 }
 
-// Whether a broken transfer was one of this very version onto this very basis.
-bool DownloadRemoteHandler::IsJobOfEvent(const PObject& request, const DBFileInfo& db_info) const {
+// Whether a broken transfer was one of this very version onto this very basis, and what it has
+// received is still there.
+bool DownloadRemoteHandler::IsJobOfEvent(const ResumeTransMgr::CachedJob& job,
+                                         const DBFileInfo& db_info) const {
   const EventContext& context = GetContext();
-  return request["target_sync_id"].asUInt64() == context.GetEvent().m_sync_id &&
-         request["sync_id"].asUInt64() == db_info.syncID &&
+  const PObject &request = job.cached_req, &response = job.cached_resp;
+  const PObject::binary_type& data = response["file"]["data"].asBinary();
+  const std::uint64_t basis = IsWantedWhole() ? 0 : db_info.syncID;
+  const bool is_complete = data.empty() || File(data.path, true).GetSize() == data.length;
+  return is_complete && request["target_sync_id"].asUInt64() == context.GetEvent().m_sync_id &&
+         request["sync_id"].asUInt64() == basis &&
          request["path"].asString() == HandlerHelper::RemotePath(context);
 }
 
@@ -236,12 +257,13 @@ void DownloadRemoteHandler::SaveResumeInformation(const PObject& request, const 
 void DownloadRemoteHandler::PrepareDownloadRequest(bool resumable, const DBFileInfo& db_info,
                                                    PObject& request) {
   const EventContext& context = GetContext();
-  const bool whole = whole_file_key_ == GetResumeToken();
   HandlerHelper::InitObjectRequest(request, resumable ? "resume_download" : "download", context,
-                                   whole ? DBFileInfo() : db_info);
+                                   IsWantedWhole() ? DBFileInfo() : db_info);
   request["target_sync_id"] = context.GetEvent().m_sync_id;
   request["force_current_version"] = false;
 }
+
+bool DownloadRemoteHandler::IsWantedWhole() const { return whole_file_key_ == GetResumeToken(); }
 
 int DownloadRemoteHandler::HandleDownloadResponseError(std::uint32_t code) {
   const Event& event = GetContext().GetEvent();

@@ -14,7 +14,10 @@ const char* Source() { return "expand-handler"; }
 }  // namespace
 
 ExpandWalker::ExpandWalker(Registry::Entry session, int worker)
-    : reg(std::move(session)), root_len(reg.local_path.size()), worker_id(worker) {}
+    : reg(std::move(session)),
+      // The root of a drive or file system ends in the separator that a path below begins with.
+      root_len(reg.local_path.size() - (reg.local_path.view().ends_with('/') ? 1 : 0)),
+      worker_id(worker) {}
 
 bool ExpandWalker::operator()(const DIR_ENTRY& entry, const ustring& path) {
   if (entry.type != FT_FILE && entry.type != FT_DIR) return true;

@@ -28,9 +28,12 @@ bool FileListBuilder::operator()(const DIR_ENTRY& entry, const ustring& path) {
   return true;
 }
 
-// The session's own folders; the working directory was passed over by the walk.
+// The session's own folders with all that is in them; the working directory was passed over by the
+// walk.
 bool FileListBuilder::IsLeftOut(const DIR_ENTRY& entry, const ustring& path) const {
-  return entry.type == FT_DIR && path == old_recycle_bin_;
+  if (!path.view().starts_with(old_recycle_bin_.view())) return false;
+  return path.size() == old_recycle_bin_.size() ? entry.type == FT_DIR
+                                                : path[old_recycle_bin_.size()] == '/';
 }
 
 void FileListBuilder::AddDirectory(const DIR_ENTRY& entry, const ustring& path) {
@@ -44,7 +47,9 @@ void FileListBuilder::AddDirectory(const DIR_ENTRY& entry, const ustring& path) 
 void FileListBuilder::AddFile(const DIR_ENTRY& entry, const ustring& path) {
   const std::string_view name = path.view().substr(root_length_);
   HANDLER_DEBUG("Worker (%d): Local list add file '%s'.", worker_id_, name);
-  (void)list_.AddNewFileAt(name, entry.mtime, entry.size, {});
+  if (list_.AddNewFileAt(name, entry.mtime, entry.size, {}) < 0) {
+    HANDLER_DEBUG("Worker (%d): Local list fail to add directory '%s'.", worker_id_, name);
+  }
 }
 
 }  // namespace tolven

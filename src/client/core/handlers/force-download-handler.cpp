@@ -39,7 +39,7 @@ int ForceDownloadHandler::Handle() {
     }
     return 0;
   }
-  if (!local.Exists() && !HandlerHelper::IsRootProved(context)) {
+  if (!local.IsKnown() || (!local.Exists() && !HandlerHelper::IsRootProved(context))) {
     SetErrorAction(ACTION_RETURN_EVENT);
     return ERR_INT;
   }
@@ -49,7 +49,11 @@ int ForceDownloadHandler::Handle() {
 // Without a number of its own the path is downloaded as new, at the version of its record.
 int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   EventContext& context = GetContext();
+  FileEventDB& db = context.GetEventDatabaseSafe();
+  const ustring& path = context.GetPath();
   const Event forced = context.GetEvent();
+  DBFileInfo original = db_info;
+  if (db.fillServerColumns(path, original) < 0) return ERR_SYS;
   HANDLER_INFO("Replace force download sync_id to synic_id in DB [%llu].", db_info.syncID);
   Event event = forced;
   event.m_sync_id = db_info.syncID;
@@ -67,13 +71,13 @@ int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   const int result = download.Handle();
   // The next attempt begins as this one did.
   context.SetEvent(forced);
-  const bool is_finished =
-      result == 0 && GetErrorAction() != ACTION_RETURN_EVENT && GetErrorAction() != ACTION_RETRY;
-  if (is_finished) return result;
-  DBFileInfo original = db_info;
-  if (context.GetEventDatabaseSafe().fillServerColumns(context.GetPath(), original) < 0 ||
-      context.UpdateDatabaseInfo(original) != 0) {
-    HANDLER_ERROR("Failed to write back the record of '%s'", context.GetPath());
+  // What was not downloaded is not forgotten. Writing a record also brings back what is parked for
+  // its path, so one that is still there is left alone.
+  DBFileInfo record_now;
+  if (db.getEventInfo(path, record_now) == 1) return result;
+  original.signaturePath.clear();  // it went with the row
+  if (context.UpdateDatabaseInfo(original) != 0) {
+    HANDLER_ERROR("Failed to write back the record of '%s'", path);
   }
   return result;
 }

@@ -62,7 +62,12 @@ int RemoveRemoteHandler::Apply() {
     SetErrorAction(ACTION_RETURN_EVENT);
     return ERR_INT;
   }
-  const int code = SendRemoveRequest(db_info);
+  std::uint64_t max_id = db_info.maxSyncID;
+  if (!IsRemovalInformed(db_info, max_id)) {
+    SetErrorAction(ACTION_RETURN_EVENT);
+    return ERR_INT;
+  }
+  const int code = SendRemoveRequest(db_info, max_id);
   if (code < 0) {
     HANDLER_ERROR("Worker (%d): Failed to send remove rquest.", GetWorkerId());
     return code;
@@ -167,9 +172,26 @@ bool RemoveRemoteHandler::IsEventTypeMatched(const File& local_file) {
   return false;
 }
 
-int RemoveRemoteHandler::SendRemoveRequest(const DBFileInfo& db_info) {
+// A folder's number is as high as that of the last change that this side made below it, and others
+// may have made one before that which is yet to be pulled. The removal waits for the pull; where
+// the pull waits for the removal, it is for the server to judge by what was pulled before.
+bool RemoveRemoteHandler::IsRemovalInformed(const DBFileInfo& db_info, std::uint64_t& max_id) {
+  if (!db_info.IsDir()) return true;
+  const EventContext& context = GetContext();
+  std::uint64_t pulled = 0;
+  if (context.GetEventDatabaseSafe().getSyncId(pulled) != 0) return false;
+  if (db_info.maxSyncID <= pulled) return true;
+  max_id = pulled;
+  HANDLER_DEBUG("Worker (%d): '%s' is at %llu, and pulled is up to %llu", GetWorkerId(),
+                context.GetPath(), db_info.maxSyncID, pulled);
+  return EventManager::getInstance().IsServerEventPendingBelow(context.GetEntry().sess_id,
+                                                               context.GetPath());
+}
+
+int RemoveRemoteHandler::SendRemoveRequest(const DBFileInfo& db_info, std::uint64_t max_id) {
   PObject request, response;
   HandlerHelper::InitObjectRequest(request, "remove", GetContext(), db_info);
+  request["max_id"] = max_id;
   ProtocolClient client = GetContext().GetProtocolClient();
   client.SetAbortFlag(GetAbortFlag());
   const int code = client.Request(SCMD_EVT_REMOVE, request, response);

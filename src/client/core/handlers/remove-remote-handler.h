@@ -22,7 +22,9 @@ class RemoveRemoteHandler : public EventHandler {
   int HandleFilteredEvent(int filter_type);
   bool IsFakeRemoveRemoteEvent();
   bool IsEventTypeMatched(const File& local_file);
-  int SendRemoveRequest(const DBFileInfo& db_info);
+  // Whether what is below is known well enough; `max_id` becomes the number that is.
+  bool IsRemovalInformed(const DBFileInfo& db_info, std::uint64_t& max_id);
+  int SendRemoveRequest(const DBFileInfo& db_info, std::uint64_t max_id);
   int HandleRemoveResponseError(std::uint32_t code, const DBFileInfo& db_info);
   int OnModified(const DBFileInfo& db_info);
   int OnRefused(const DBFileInfo& db_info);

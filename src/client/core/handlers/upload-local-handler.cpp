@@ -106,7 +106,8 @@ bool UploadLocalHandler::IsUploadLocalFilterPassed(const File& local_file, int& 
     HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
     return false;
   }
-  if (context.GetEvent().isDir()) return true;
+  // By what is there now, whatever the event was about.
+  if (local_file.IsDirectory()) return true;
   filter_type = BlackList2::getInstance().TestFileSize(local_file.GetSize());
   if (filter_type != 0) {
     HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
@@ -171,7 +172,7 @@ void UploadLocalHandler::CheckAndHandleFileRemovedDuringUpload(const File& local
   HANDLER_INFO("File removed during upload progress, add event remove for '%s'.",
                context.GetPath());
   Registry::Entry entry = context.GetEntry();
-  PushLocalRemoveEvent(entry, context.GetPath(), context.GetEvent().isDir());
+  PushLocalRemoveEvent(entry, context.GetPath(), local_file.IsDirectory());
 }
 
 std::uint32_t UploadLocalHandler::AdjustMtime(std::uint32_t mtime) const {

@@ -9,6 +9,7 @@
 #include "client/core/event-handler.h"
 #include "client/core/file.h"
 #include "client/core/handlers/transfer-objects.h"
+#include "client/core/resume-trans-mgr.h"
 #include "client/db-file-info.h"
 #include "lib/temp-file.h"
 #include "protocol/object.h"
@@ -56,7 +57,7 @@ class UploadLocalHandler : public EventHandler {
   ustring GetResumeToken() const;
   int StartNewUpload(const File& local_file, const DBFileInfo& db_info);
   int ResumeUpload(const File& local_file, const DBFileInfo& db_info);
-  bool IsJobOfEvent(const PObject& request, const File& local_file,
+  bool IsJobOfEvent(const ResumeTransMgr::CachedJob& job, const File& local_file,
                     const DBFileInfo& db_info) const;
   int Upload(bool resumable, PObject& request, PObject& response, const ustring& sign_file);
   int SimpleUpload(const PObject& request, PObject& response);

@@ -3,6 +3,7 @@
 #include "client/core/handlers/upload-local-handler.h"
 #include "client/core/helpers/file-helper.h"
 #include "client/core/helpers/handler-helper.h"
+#include "client/core/helpers/recent-commits.h"
 #include "client/file-event-db.h"
 #include "rsapi-cpp/simple-file-reader.h"
 
@@ -192,6 +193,9 @@ int UploadLocalHandler::CheckAndHandleOnlyMtimeChange(const File& local_file,
   if (time == db_info.localFileModTime) return 0;
   HANDLER_DEBUG("UploadLocal: Dir attr of '%s' is not changed, adjust db local mtime.(%u:%u)",
                 context.GetPath(), db_info.localFileModTime, time);
+  if (local_file.IsFile()) {
+    RecentCommits::getInstance().Committed(context.GetEntry().sess_id, context.GetPath(), time);
+  }
   return context.GetEventDatabaseSafe().updateEventRecordLocalMtime(context.GetPath(), time);
 }
 

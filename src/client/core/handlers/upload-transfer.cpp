@@ -69,25 +69,29 @@ int UploadLocalHandler::ResumeUpload(const File& local_file, const DBFileInfo& d
   HANDLER_INFO("Continue resume upload for '%s'", context.GetPath());
   ResumeTransMgr::CachedJob job;
   if (ResumeTransMgr::GetInstance().Take(GetResumeToken(), job) < 0) return ERR_INT;
-  if (!IsJobOfEvent(job.cached_req, local_file, db_info)) {
+  if (!IsJobOfEvent(job, local_file, db_info)) {
     HANDLER_NOTE("Cached_request is differ from local file system for file '%s'.",
                  context.GetPath());
     job.Clear();
     return StartNewUpload(local_file, db_info);
   }
-  reading_ = local_file.GetInfo();
+  reading_ = job.source;
   TransferObjects objects(context.GetWorkingDirectory());
   objects.request = job.cached_req;
+  // It may have got a new one meanwhile.
+  objects.request["session"] = context.GetConnectionInfo().session;
   const int code = ResumableUpload(objects.request, objects.response, job.upload_sign_file);
   return FinishUpload(code, objects, db_info, job.upload_sign_file);
 }
 
 // Whether a broken transfer was one of this very content onto this very basis.
-bool UploadLocalHandler::IsJobOfEvent(const PObject& request, const File& local_file,
+bool UploadLocalHandler::IsJobOfEvent(const ResumeTransMgr::CachedJob& job, const File& local_file,
                                       const DBFileInfo& db_info) const {
+  const PObject& request = job.cached_req;
   const std::uint32_t time = AdjustMtime(local_file.GetLastModifiedTime());
   const PObject& mtime = request["mtime"];
-  return local_file.IsFile() &&
+  return local_file.IsFile() && IsUntouched(job.source, local_file.GetInfo()) &&
+         request["view_id"].asUInt64() == GetContext().GetViewId() &&
          request["path"].asString() == HandlerHelper::RemotePath(GetContext()) &&
          request["sync_id"].asUInt64() == db_info.syncID &&
          (mtime["refer"].asBool() ? time == db_info.fileModTime
@@ -245,6 +249,7 @@ void UploadLocalHandler::SaveResumeInformation(const PObject& request, const POb
   ResumeTransMgr::CachedJob job;
   ResumeTransMgr::InitialCachedJob(token, sign_file, GetContext().GetWorkingDirectory(), request,
                                    response, job);
+  job.source = reading_;
   (void)ResumeTransMgr::GetInstance().Push(job);
   HANDLER_NOTE("Resumable upload error, save reuqest with local resume_token: %s.", token);
 }

@@ -30,16 +30,17 @@ std::uint32_t LocalTime(const EventContext& context, std::uint32_t mtime) {
   return context.GetEntry().isMSDOS ? mtime & ~1U : mtime;
 }
 
-// By content, for a file whose size and time tell nothing, or are not trusted for its name.
+// By content, for a file whose size and time tell nothing, or are not trusted for its name. What
+// cannot be read to the end counts as another one.
 bool HasOtherContent(const EventContext& context, const File& file, const DBFileInfo& db_info,
-                     const ustring& name) {
+                     const ustring& name, const std::atomic<int>* abort_flag) {
   const std::uint64_t session = context.GetEntry().sess_id;
   RecentCommits& commits = RecentCommits::getInstance();
   const bool compare =
       commits.NeedsHash(session, db_info.path) || context.GetForceHashCheckList().Test(name) > 0;
   if (!compare) return false;
   ustring hash;
-  if (FileHelper::CalculateMd4FromFile(file.GetPath(), hash, nullptr) != 0) return true;
+  if (FileHelper::CalculateMd4FromFile(file.GetPath(), hash, abort_flag) != 0) return true;
   if (hash != db_info.fileCheckSum) {
     HANDLER_DEBUG("ModificationCheck: '%s' is modified (content not match)", db_info.path);
     return true;
@@ -71,14 +72,17 @@ int FileHelper::Walk(const ustring& root, const EventContext& context, const Wal
   return FolderWalk(std::move(walk), walker).Run(root);
 }
 
-int FileHelper::RemoveByRename(File& file, const ustring& working_directory) {
+int FileHelper::RemoveByRename(File& file, const ustring& working_directory,
+                               const std::function<bool(const ustring& place)>& is_to_stay) {
   const ustring from = file.GetPath();
   ustring target;
   if (FSCreateTempPath(working_directory, target) != 0 || !file.Rename(target)) {
     HANDLER_ERROR("Failed to remove '%s' by renaming to '%s'.", from, target);
     return -1;
   }
-  return file.Delete() ? 0 : -1;
+  if (is_to_stay && is_to_stay(target)) return 1;
+  (void)file.Delete();
+  return 0;
 }
 
 bool FileHelper::LocallyModified(const EventContext& context, const File& file,
@@ -102,7 +106,7 @@ bool FileHelper::LocallyModified(const EventContext& context, const File& file,
     HANDLER_DEBUG("ModificationCheck: '%s' is modified (force hash check needed)", db_info.path);
     return true;
   }
-  return HasOtherContent(context, file, db_info, GetBaseName(context.GetPath()));
+  return HasOtherContent(context, file, db_info, GetBaseName(context.GetPath()), nullptr);
 }
 
 int FileHelper::TestForceHash(const EventContext& context) {
@@ -134,11 +138,12 @@ int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
     if (known == 1 && !found) {
       const File file(full_path, true);
       found = !file.IsFile() || !IsWeaklyEqual(context, file, record) ||
-              HasOtherContent(context, file, record, entry.name);
+              HasOtherContent(context, file, record, entry.name, abort_flag);
     }
     return !found && !failed;
   };
   const int walked = FolderWalk(std::move(options), look).Run(place);
+  if (abort_flag != nullptr && abort_flag->load() != 0) return -1;
   if (found) return 1;
   return walked < 0 || failed ? -1 : 0;
 }

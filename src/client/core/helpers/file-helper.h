@@ -31,8 +31,11 @@ struct FileHelper {
   static int Walk(const ustring& root, const EventContext& context, const Walker& walker,
                   int options, const std::atomic<int>* abort_flag);
 
-  // Takes an object out of its place at once, and then away for good. 0 or -1.
-  static int RemoveByRename(File& file, const ustring& working_directory);
+  // Takes an object out of its place at once, and then away for good, be it that a part of it stays
+  // behind in `working_directory`: 0. -1: it is where it was. 1: `is_to_stay`, asked when nobody
+  // finds it by its name any more, wants it, and `file` tells where it is now.
+  static int RemoveByRename(File& file, const ustring& working_directory,
+                            const std::function<bool(const ustring& place)>& is_to_stay = {});
 
   // Whether the object is another one than the record tells, by kind, size and time; by content
   // where these cannot tell or the session wants it so.
