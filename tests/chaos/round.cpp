@@ -4,6 +4,8 @@
 #include <fstream>
 #include <thread>
 
+#include "platform/clock.h"
+
 namespace tolven::test {
 
 namespace {
@@ -43,15 +45,15 @@ Round::~Round() {
   for (Side& side : sides_) side.client.reset();
 }
 
+// Each line has the seconds since the beginning and the time of day in UTC, to find it in the logs.
 void Round::Note(const std::string& text) {
   const auto now = std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin_).count();
-  const std::time_t clock = std::time(nullptr);
-  std::tm parts{};
-  localtime_r(&clock, &parts);
-  char line[40];
-  std::snprintf(line, sizeof line, "%6.2f %02d:%02d:%02d ", static_cast<double>(now) / 1000,
-                parts.tm_hour, parts.tm_min, parts.tm_sec);
-  trace_.push_back(line + text);
+  const std::int64_t clock = platform::clock().WallSeconds();
+  std::array<char, 64> stamp{};
+  std::snprintf(stamp.data(), stamp.size(), "%6.2f %02d:%02d:%02d ",
+                static_cast<double>(now) / 1000, static_cast<int>(clock / 3600 % 24),
+                static_cast<int>(clock / 60 % 60), static_cast<int>(clock % 60));
+  trace_.push_back(stamp.data() + text);
 }
 
 void Round::Fail(const std::string& text) {

@@ -24,11 +24,11 @@ struct Figures {
 
 class Round {
  public:
-  // Without forwarders for `direct`, which takes away the broken connections.
   explicit Round(std::uint64_t seed);
   ~Round();
 
   // Whether everything was as it must be; Problems() tells what was not.
+  // The plan of `operations` is cut into `phases`, and all is mended and judged after each.
   bool Run(std::size_t operations, std::size_t phases);
   const std::vector<std::string>& problems() const { return problems_; }
   const std::vector<std::string>& trace() const { return trace_; }
