@@ -27,6 +27,7 @@ TEST_F(Sync, OnlyWhatChangedGoesOverTheWire) {
   EXPECT_LT(wire_a.up(), kMegabyte / 10);
   EXPECT_LT(wire_b.down(), kMegabyte / 10);
   // The other way, against the signature that a download has left.
+  ASSERT_TRUE(Eventually([&] { return b.Version("/large") == a.Version("/large"); }));
   content.replace(100, 10, "0123456789");
   Write(b, "large", content);
   ExpectBoth(a, b, {{"large", content}});
