@@ -17,6 +17,7 @@ constexpr std::chrono::seconds kSettleLimit(100);
 constexpr milliseconds kLook(250);
 // So long everything has to stay as it is.
 constexpr milliseconds kQuiet(2'500);
+constexpr int kLeftOverLooks = 40;
 constexpr char kHiddenName[] = "[File]\nblack_name = \"a-b\"\n";
 constexpr char kLevels[] =
     "client_debug = 6\ndetector_debug = 7\nevent_list_debug = 7\nevent_manager_debug = 7\n";
@@ -226,9 +227,14 @@ void Round::Judge() {
     Fail("LOST " + name);
   }
   for (Side& side : sides_) {
-    for (const std::string& line : oracle_.LeftOvers(*side.client, side.name, !side.was_away)) {
-      Fail(line);
+    // What is at work once more makes temporary files, too; what is left over stays.
+    std::vector<std::string> left;
+    for (int look = 0; look < kLeftOverLooks; ++look) {
+      left = oracle_.LeftOvers(*side.client, side.name, !side.was_away);
+      if (left.empty()) break;
+      std::this_thread::sleep_for(kLook);
     }
+    for (const std::string& line : left) Fail(line);
   }
   const std::string check = server_.Admin("check");
   if (check.find(" 0 problems") == std::string::npos) Fail("server: " + check);
