@@ -202,9 +202,11 @@ int DownloadRemoteHandler::PreparePropagateACL(const ustring& path, int level, A
       HANDLER_ERROR("No server record is found. path [%s]", prefix);
       return -1;
     }
-    if (found == 0) {
-      // A folder that was forgotten here meanwhile, which comes back with what is below it.
+    if (found == 0 || record.isExist == 0) {
+      // A folder that was forgotten here meanwhile, or whose removal is parked, and which comes
+      // back with what is below it.
       HANDLER_INFO("No server record is found. path [%s]", prefix);
+      record = DBFileInfo();
       record.fileType = 1;
       record.serverUnixMode = kUnknownFolderMode;
     }
