@@ -19,6 +19,9 @@ namespace {
 
 const char* Source() { return "remove-local-handler"; }
 
+// Whether it is not the server that told of this removal, but an upload whose file was gone.
+bool IsOfUpload(const Event& event) { return event.m_sync_id == 0 && event.m_max_id == 0; }
+
 }  // namespace
 
 bool RemoveLocalHandler::FilterEvent() {
@@ -79,9 +82,15 @@ int RemoveLocalHandler::HandleFilteredEvent(int filter_type) {
     HANDLER_DEBUG("filter type %d is not accepted", filter_type);
     return 0;
   }
+  // What an upload told whose file was gone is nothing of the server's, whose own event may be
+  // parked.
+  Event event = context.GetEvent();
+  const bool is_local = IsOfUpload(event);
+  if (is_local) event.setLocalEvent();
   const FilteredEvent filtered =
-      FileEventDB::ToFilteredEvent(context.GetEvent(), FilteredEvent::FILTERED_SELECTIVE_SYNC);
-  if (context.GetEventDatabaseSafe().setServerFilteredEvent(filtered) < 0) {
+      FileEventDB::ToFilteredEvent(event, FilteredEvent::FILTERED_SELECTIVE_SYNC);
+  FileEventDB& db = context.GetEventDatabaseSafe();
+  if ((is_local ? db.setLocalFilteredEvent(filtered) : db.setServerFilteredEvent(filtered)) < 0) {
     HANDLER_ERROR("serServerFilteredEvent: failed to set server filtered database");
     return ERR_SYS;
   }
@@ -118,8 +127,7 @@ int RemoveLocalHandler::OnMissing() {
     SetErrorAction(ACTION_RETURN_EVENT);
     return ERR_INT;
   }
-  // It is not the server that told of this removal, but an upload whose file was gone.
-  if (event.m_sync_id == 0 && event.m_max_id == 0 && context.GetDatabaseInfo().syncID != 0) {
+  if (IsOfUpload(event) && context.GetDatabaseInfo().syncID != 0) {
     auto callback = std::make_unique<CreateEventCallback>();
     callback->SetLocalRemoveEvent(event.m_path, event.isDir());
     SetErrorAction(ACTION_DONE, std::move(callback));
