@@ -100,8 +100,7 @@ int DownloadRemoteHandler::CommitDatabaseDownload(const PObject& response, const
   if (!sign_file.empty()) record.signaturePath = sign_file;
   HANDLER_DEBUG("Worker (%d): Commit Database: %s", GetWorkerId(), record.ToPObject().toString());
   // What was in a folder went with it.
-  if (record.IsFile() && dbinfo.syncID != 0 && dbinfo.IsDir() &&
-      GetContext().RemoveLocalDatabaseInfo() < 0) {
+  if (record.IsFile() && dbinfo.IsDir() && GetContext().RemoveLocalDatabaseInfo() < 0) {
     return -1;
   }
   if (CommitDatabase(record) != 0) return -1;
