@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -48,15 +50,26 @@ class Removal : public ::testing::Test {
         << ::testing::PrintToString(client.Files())
         << "\nwanted: " << ::testing::PrintToString(wanted);
   }
-  // Both hold this, and nothing is under way any more.
-  static void ExpectBoth(ClientProcess& a, ClientProcess& b, const Tree& wanted) {
+  // Both hold this, have heard of all that the server has, and nothing is under way any more.
+  void ExpectBoth(ClientProcess& a, ClientProcess& b, const Tree& wanted) {
     ExpectFiles(a, wanted);
     ExpectFiles(b, wanted);
     const auto is_idle = [](ClientProcess& client) {
       return client.Session()["status"].asString() == "uptodate";
     };
-    EXPECT_TRUE(Eventually(
-        [&] { return is_idle(a) && is_idle(b) && a.StoredNumber() == b.StoredNumber(); }));
+    EXPECT_TRUE(Eventually([&] {
+      return is_idle(a) && is_idle(b) && a.StoredNumber() == b.StoredNumber() &&
+             a.StoredNumber() == LastNumber();
+    }));
+  }
+  // Of the changes that the server made.
+  std::uint64_t LastNumber() {
+    std::istringstream lines(server_.Admin("log team"));
+    std::uint64_t last = 0;
+    for (std::string line; std::getline(lines, line);) {
+      last = std::max<std::uint64_t>(last, std::strtoull(line.c_str(), nullptr, 10));
+    }
+    return last;
   }
 
   ServerProcess server_;
