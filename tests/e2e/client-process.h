@@ -168,7 +168,13 @@ class ClientProcess {
   void SetRules(const std::string& sections) {
     WriteFile(folder_ / "config/conf/blacklist.filter", kVersion + sections);
   }
-  void ReloadRules() { EXPECT_FALSE(TellSession("reload_filter").hasMember("error")); }
+  void ReloadRules() {
+    PObject request;
+    request["session_id"] = 1;
+    request["do_reload_filter"] = true;
+    const PObject reply = Tell("reload_session", request);
+    EXPECT_FALSE(reply.isNull() || reply.hasMember("error")) << reply.toString().str();
+  }
 
   const std::string& root() const { return options_.root; }
   ustring operator/(const std::string& path) const { return ustring(options_.root + "/" + path); }
