@@ -62,6 +62,8 @@ class EventList2 {
   bool HasLocalRemoval(const ustring& path) const;
   // Whether a change of the server is pending for something below `path`.
   bool HasServerEventBelow(const ustring& path) const;
+  // Whether one for a file waits until the event of the folder `path` has ended.
+  bool HasServerFileBehind(const ustring& path) const;
 
   bool IsEmpty() const { return counters_.AreZero(); }
   int32_t GetServerEventCount() const { return counters_.Get(true); }

@@ -156,6 +156,13 @@ bool EventManager::IsServerEventPendingBelow(uint64_t sess_id, const ustring& pa
   return pool != nullptr && pool->event_tree.HasServerEventBelow(path);
 }
 
+bool EventManager::IsServerEventBehind(uint64_t sess_id, const ustring& path) {
+  MutexLock lock(m_lock);
+  event_pool* const pool = FindPool(sess_id);
+  return pool != nullptr &&
+         (pool->event_tree.HasServerEventBelow(path) || pool->event_tree.HasServerFileBehind(path));
+}
+
 void EventManager::CountUnappliedServerEvent(uint64_t sess_id) {
   MutexLock lock(m_pool_index_lock);
   ++unapplied_[sess_id];

@@ -80,6 +80,8 @@ class EventManager {
 
   // Whether a change of the server for something below `path` waits or is with a task.
   bool IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
+  // The same, and whether one of a file waits for the event of the folder `path`.
+  bool IsServerEventBehind(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
 
   // How many server events of the session ended without being applied, ever: those that clearing
   // dropped, and those that were counted. The number outlives the session. A task counts an event

@@ -122,6 +122,13 @@ bool EventTree::HasServerEventBelow(std::string_view path) const {
   return false;
 }
 
+bool EventTree::HasServerFileBehind(std::string_view path) const {
+  const EventDirNode* const dir = FindDir(path);
+  if (dir == nullptr || dir->parent == nullptr) return false;
+  const EventFileNode* const file = dir->parent->files().Find(dir->name);
+  return file != nullptr && file->status != EventStatus::DONE && file->attr.isServer();
+}
+
 const EventDirNode* EventTree::NextBelow(const EventDirNode& top, const EventDirNode& dir) {
   if (!dir.dirs().empty()) return dir.dirs().first();
   for (const EventDirNode* node = &dir; node != &top; node = node->parent) {

@@ -140,12 +140,12 @@ std::vector<std::string> Oracle::Differences(const ClientProcess& client,
   return differences;
 }
 
-std::vector<std::string> Oracle::LeftOvers(const ClientProcess& client,
-                                           const std::string& name) const {
+std::vector<std::string> Oracle::LeftOvers(const ClientProcess& client, const std::string& name,
+                                           bool was_there) const {
   std::vector<std::string> left;
   for (const auto& item : fs::directory_iterator(client.working_directory())) {
     const std::string file = item.path().filename().string();
-    if (file != kRecycleBin && file != kRootId) {
+    if (was_there && file != kRecycleBin && file != kRootId) {
       left.push_back(name + ", working directory: " + file);
     }
   }

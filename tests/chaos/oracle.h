@@ -29,8 +29,9 @@ class Oracle {
 
   // Where folder, rows and view differ; empty when they agree. Never writes anything.
   std::vector<std::string> Differences(const ClientProcess& client, const std::string& name) const;
-  // What is left of transfers that are over.
-  std::vector<std::string> LeftOvers(const ClientProcess& client, const std::string& name) const;
+  // What is left of transfers that are over; in the root only when it `was_there` all the time.
+  std::vector<std::string> LeftOvers(const ClientProcess& client, const std::string& name,
+                                     bool was_there) const;
   // All contents in the folders, their recycle bins and the server's store.
   std::set<Fingerprint> Contents(const std::vector<std::string>& roots);
 

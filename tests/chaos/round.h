@@ -24,11 +24,11 @@ struct Figures {
 
 class Round {
  public:
-  // Without forwarders for `direct`, which takes away the broken connections.
   explicit Round(std::uint64_t seed);
   ~Round();
 
   // Whether everything was as it must be; Problems() tells what was not.
+  // The plan of `operations` is cut into `phases`, and all is mended and judged after each.
   bool Run(std::size_t operations, std::size_t phases);
   const std::vector<std::string>& problems() const { return problems_; }
   const std::vector<std::string>& trace() const { return trace_; }
@@ -43,6 +43,9 @@ class Round {
     std::unique_ptr<ClientProcess> client;
     std::unique_ptr<User> user;
     bool is_paused = false, is_hidden = false, is_away = false;
+    // The root was away since the daemon started: what was to be removed from it meanwhile stays
+    // until the next start.
+    bool was_away = false;
   };
 
   void Do(const Operation& operation);
@@ -52,7 +55,7 @@ class Round {
   std::string MoveRoot(Side& side, bool away);
   // Ends all that disturbs, and waits until nothing changes any more and everything agrees.
   void MendAll();
-  bool Settle();
+  void Settle();
   bool IsIdle(Side& side);
   std::vector<std::string> Differences();
   void Judge();

@@ -19,6 +19,8 @@ using ACL_API::ACL;
 
 namespace {
 
+constexpr std::uint32_t kUnknownFolderMode = 0x755;  // a hexadecimal digit for each class
+
 // What is read back of parked local changes.
 constexpr int kBelowPath = FileEventDB::FILTER_FLAG_INCLUDE_CHILD;
 constexpr int kRemovalsBelowPath =
@@ -196,9 +198,15 @@ int DownloadRemoteHandler::PreparePropagateACL(const ustring& path, int level, A
       HANDLER_ERROR("Failed to get server info. path [%s]", prefix);
       return -1;
     }
-    if (found == 0) {
+    if (found == 0 && prefix == "/") {
       HANDLER_ERROR("No server record is found. path [%s]", prefix);
       return -1;
+    }
+    if (found == 0) {
+      // A folder that was forgotten here meanwhile, which comes back with what is below it.
+      HANDLER_INFO("No server record is found. path [%s]", prefix);
+      record.fileType = 1;
+      record.serverUnixMode = kUnknownFolderMode;
     }
     acl.AddPrivilege(PrivilegeOfRecord(prefix, record, level));
     if (prefix == "/") return 0;

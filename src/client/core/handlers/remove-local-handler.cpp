@@ -47,6 +47,8 @@ int RemoveLocalHandler::Handle() {
                        "Conflict") < 0) {
       return ERR_SYS;
     }
+    // Neither here nor on the server is now what the record tells of.
+    if (context.CommitRemoveDatabase() < 0) return ERR_SYS;
   } else {
     result = RemoveObject(local);
     if (result != 0 || GetErrorAction() != ACTION_DEFAULT) return result;

@@ -23,6 +23,13 @@ namespace {
 
 const char* Source() { return "remove-remote-handler"; }
 
+// The folder that an object is in; "/" for the first level.
+ustring ParentOf(const ustring& path) {
+  const std::string_view text = path.view();
+  const std::size_t slash = text.rfind('/');
+  return slash == 0 ? ustring("/") : ustring(text.substr(0, slash));
+}
+
 }  // namespace
 
 bool RemoveRemoteHandler::FilterEvent() {
@@ -31,7 +38,7 @@ bool RemoveRemoteHandler::FilterEvent() {
 }
 
 int RemoveRemoteHandler::Handle() {
-  is_removed_ = false;
+  is_removed_ = is_guess_ = false;
   const int result = Apply();
   const Event& event = GetContext().GetEvent();
   // A server's change that this event took the place of would be forgotten with it.
@@ -182,12 +189,16 @@ bool RemoveRemoteHandler::IsRemovalInformed(const DBFileInfo& db_info, std::uint
   const EventContext& context = GetContext();
   std::uint64_t pulled = 0;
   if (context.GetEventDatabaseSafe().getSyncId(pulled) != 0) return false;
-  const bool is_pulled = db_info.maxSyncID <= pulled;
-  if (!is_pulled && !EventManager::getInstance().IsServerEventPendingBelow(
-                        context.GetEntry().sess_id, context.GetPath())) {
-    return false;
+  if (db_info.maxSyncID > pulled) {
+    max_id = pulled;
+    is_guess_ = true;
+    HANDLER_DEBUG("Worker (%d): '%s' is at %llu, and pulled is up to %llu", GetWorkerId(),
+                  context.GetPath(), db_info.maxSyncID, pulled);
+    if (!EventManager::getInstance().IsServerEventBehind(context.GetEntry().sess_id,
+                                                         context.GetPath())) {
+      return false;
+    }
   }
-  if (!is_pulled) max_id = pulled;
   return LeaveOutHeldBack(max_id);
 }
 
@@ -254,7 +265,11 @@ int RemoveRemoteHandler::OnModified(const DBFileInfo& db_info) {
   if (db_info.IsFile()) return 0;
   HANDLER_NOTE("Worker (%d): Fail to remove directory '%s', rescan directory it.", GetWorkerId(),
                context.GetPath());
-  EventManager::getInstance().IssueRescan(context.GetEntry().sess_id, context.GetPath(), false);
+  // Where the number was too low to be certain, the folder above finds the removal once more, when
+  // nothing else is left to do.
+  EventManager::getInstance().IssueRescan(
+      context.GetEntry().sess_id, is_guess_ ? ParentOf(context.GetPath()) : context.GetPath(),
+      false);
   SetErrorAction(ACTION_DONE);
   return ERR_INT;
 }

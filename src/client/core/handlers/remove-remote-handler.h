@@ -31,6 +31,7 @@ class RemoveRemoteHandler : public EventHandler {
   int OnRefused(const DBFileInfo& db_info);
 
   bool is_removed_ = false;  // the server holds it no longer
+  bool is_guess_ = false;    // a lower number was sent than the record's
 };
 
 }  // namespace tolven

@@ -113,6 +113,11 @@ int UploadLocalHandler::CommitDatabase(const PObject& request, const PObject& re
   if (!sign_file.empty()) record.signaturePath = sign_file;
   const bool is_unchanged = TakeLocalTime(record);
   if (!is_unchanged) record.signaturePath.clear();
+  // What was in a folder went with it, here and on the server.
+  if (record.IsFile() && db_info.syncID != 0 && db_info.IsDir() &&
+      context.RemoveLocalDatabaseInfo() < 0) {
+    return -1;
+  }
   HANDLER_DEBUG("Commit Database: %s", record.ToPObject().toString());
   const int code = context.UpdateDatabaseInfo(record);
   if (code != 0) {
