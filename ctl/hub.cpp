@@ -171,7 +171,9 @@ void Hub::StopDaemon() {
   PObject stop, reply;
   stop["action"] = "stop";
   (void)CallDaemon(stop, reply);  // the daemon does not answer this one
-  if (!platform::process().WaitForExit(child_, kDaemonStopMs, exit_status_)) {
+  // One that never told its port cannot be asked.
+  const int wait_ms = daemon_port_ == 0 ? 0 : kDaemonStopMs;
+  if (!platform::process().WaitForExit(child_, wait_ms, exit_status_)) {
     // It keeps nothing in memory that a restart would not find again.
     (void)platform::process().Kill(child_);
     (void)platform::process().WaitForExit(child_, kDaemonStopMs, exit_status_);

@@ -11,6 +11,7 @@ namespace {
 constexpr std::size_t kBufferSize = 0x14000;
 constexpr std::uint32_t kSendSeconds = 60;
 constexpr std::uint32_t kReplySeconds = 120;
+constexpr std::uint32_t kFinishSeconds = 5;
 
 }  // namespace
 
@@ -33,6 +34,13 @@ int IPCSender::recv(PObject& msg) {
   const int result = stream.Recv(c_, msg);
   c_.SetTimeout(kSendSeconds);
   return result < 0 ? -1 : 0;
+}
+
+void IPCSender::finish() {
+  char unexpected = 0;
+  c_.SetTimeout(kFinishSeconds);
+  (void)c_.Read(&unexpected, 1);
+  c_.SetTimeout(kSendSeconds);
 }
 
 int IPCSender::connect(int port) {

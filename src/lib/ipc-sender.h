@@ -27,6 +27,10 @@ class IPCSender {
   virtual int send(const PObject& msg);
   virtual int recv(PObject& msg);
 
+  // After a message without an answer: waits until the peer has read it and closed its end, at most
+  // 5 seconds. A peer finds out who sends only while our end is open.
+  void finish();
+
   int connect(int port);                 // on 127.0.0.1
   int connect(const std::string& path);  // always -1: domain sockets are not offered
   int assign(Channel::CH_SOCK_T fd);     // adopts a connected socket

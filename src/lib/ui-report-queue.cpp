@@ -109,6 +109,8 @@ void UiReportQueue::DeliverToUi(const PObject& report, std::atomic<int>* abort) 
   } else if (sender.send(report) < 0) {
     LogSendFailed();
     LogNotSent(report);
+  } else {
+    sender.finish();
   }
 }
 

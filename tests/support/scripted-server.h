@@ -23,7 +23,9 @@ class ScriptedServer {
   // without "error" that asked for it, the channel goes on in TLS.
   using Answer = std::function<std::optional<PObject>(int command, const PObject& request)>;
 
-  explicit ScriptedServer(Answer answer) : answer_(std::move(answer)) {
+  // Contents that are sent go into files in `receive_folder`; without one they are refused.
+  explicit ScriptedServer(Answer answer, ustring receive_folder = ustring())
+      : answer_(std::move(answer)), receive_folder_(std::move(receive_folder)) {
     platform::Sockets& sockets = platform::sockets();
     if (!sockets.Create(4, listener_).ok() || !sockets.BindLoopback(listener_, 0).ok() ||
         !sockets.Listen(listener_, 16).ok() || !sockets.LocalPort(listener_, port_).ok()) {
@@ -72,6 +74,7 @@ class ScriptedServer {
       return false;
     }
     PObject request;
+    if (!receive_folder_.empty()) stream.SetDefaultRecvLocation(receive_folder_);
     if (magic != 0x25521814 || version != 70 || stream.Recv(channel, request) != 0) return false;
     const std::optional<PObject> response = answer_(command, request);
     if (!response || stream.Send(channel, *response) != 0) return false;
@@ -82,6 +85,7 @@ class ScriptedServer {
   }
 
   const Answer answer_;
+  const ustring receive_folder_;
   std::atomic<int> stop_{0};
   std::atomic<int> accepted_{0};
   platform::NativeSocket listener_ = platform::kInvalidSocket;

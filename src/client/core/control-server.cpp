@@ -30,7 +30,10 @@ int TellUi(int ui_port, int daemon_port) {
   }
   PObject msg;
   msg["daemon_port"] = daemon_port;
-  if (sender.send(msg) == 0) return 0;
+  if (sender.send(msg) == 0) {
+    sender.finish();
+    return 0;
+  }
   Logger::LogMsg(Logger::L_ERR, kCategory,
                  L"[ERROR] test(%d): failed to send daemon port back to ui\n", __LINE__);
   return -1;

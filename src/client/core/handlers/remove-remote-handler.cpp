@@ -1,7 +1,9 @@
 #include "client/core/handlers/remove-remote-handler.h"
 
+#include <algorithm>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "client/core/callbacks/create-event-callback.h"
 #include "client/core/handlers/filter-type.h"
@@ -187,13 +189,34 @@ bool RemoveRemoteHandler::IsRemovalInformed(const DBFileInfo& db_info, std::uint
   const EventContext& context = GetContext();
   std::uint64_t pulled = 0;
   if (context.GetEventDatabaseSafe().getSyncId(pulled) != 0) return false;
-  if (db_info.maxSyncID <= pulled) return true;
-  max_id = pulled;
-  is_guess_ = true;
-  HANDLER_DEBUG("Worker (%d): '%s' is at %llu, and pulled is up to %llu", GetWorkerId(),
-                context.GetPath(), db_info.maxSyncID, pulled);
-  return EventManager::getInstance().IsServerEventBehind(context.GetEntry().sess_id,
-                                                         context.GetPath());
+  if (db_info.maxSyncID > pulled) {
+    max_id = pulled;
+    is_guess_ = true;
+    HANDLER_DEBUG("Worker (%d): '%s' is at %llu, and pulled is up to %llu", GetWorkerId(),
+                  context.GetPath(), db_info.maxSyncID, pulled);
+    if (!EventManager::getInstance().IsServerEventBehind(context.GetEntry().sess_id,
+                                                         context.GetPath())) {
+      return false;
+    }
+  }
+  return LeaveOutHeldBack(max_id);
+}
+
+// What filters keep from this side was not removed here: the server is told that it is not known.
+bool RemoveRemoteHandler::LeaveOutHeldBack(std::uint64_t& max_id) {
+  const EventContext& context = GetContext();
+  std::vector<FilteredEvent> held_back;
+  if (context.GetEventDatabaseSafe().getServerFilteredEvent(
+          FilteredEvent::FILTERED_ALL, context.GetPath(), FileEventDB::FILTER_FLAG_INCLUDE_CHILD,
+          held_back) < 0) {
+    return false;
+  }
+  for (const FilteredEvent& event : held_back) {
+    if (event.is_exist && event.sync_id > 0 && event.path != context.GetPath()) {
+      max_id = std::min(max_id, event.sync_id - 1);
+    }
+  }
+  return true;
 }
 
 int RemoveRemoteHandler::SendRemoveRequest(const DBFileInfo& db_info, std::uint64_t max_id) {
