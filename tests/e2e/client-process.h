@@ -254,7 +254,9 @@ class ClientProcess {
   }
   // For whoever looks into a failure.
   void KeepLog() const {
-    const fs::path kept = fs::temp_directory_path() / ("tolven-failed-" + name_ + ".log");
+    const fs::path kept =
+        fs::temp_directory_path() /
+        ("tolven-failed-" + name_ + "-" + fs::path(folder_.path()).filename().string() + ".log");
     std::error_code error;
     fs::copy_file(home_.log.str(), kept, fs::copy_options::overwrite_existing, error);
     std::printf("the log of %s is in %s\n", name_.c_str(), kept.c_str());
