@@ -90,12 +90,12 @@ TEST_F(DaemonServer, ASessionComesAndGoesWithItsFolder) {
          "connected") {
     std::this_thread::yield();
   }
-  // What happens in the folder becomes pending.
-  test::WriteFile(root + "/new", "content");
-  while (Session()["unfinished_files"].asUInt64() == 0) std::this_thread::yield();
+  // What happens in the folder of a paused session stays pending.
   PObject pause;
   pause["session_id"] = 1;
   Tell("pause", pause);
+  test::WriteFile(root + "/new", "content");
+  while (Session()["unfinished_files"].asUInt64() == 0) std::this_thread::yield();
   EXPECT_EQ(Session()["status"].asString(), "pause");
   Tell("remove_session", pause);
   EXPECT_EQ(Session()["session_id"].asUInt64(), 0U);

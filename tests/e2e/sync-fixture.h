@@ -30,6 +30,12 @@ class Sync : public ::testing::Test {
     fs::create_directories(full.parent_path());
     WriteFile(ustring(full.string()), content);
   }
+  // Puts a whole file in the place of another, so that nobody sees an empty one in between.
+  void Replace(const ClientProcess& client, const std::string& path, const std::string& content) {
+    const ustring draft = drafts_ / "draft";
+    WriteFile(draft, content);
+    fs::rename(draft.str(), (client / path).str());
+  }
   // Both folders come to hold exactly this.
   static void ExpectBoth(const ClientProcess& a, const ClientProcess& b, const Tree& wanted) {
     EXPECT_TRUE(Eventually([&] { return a.Files() == wanted && b.Files() == wanted; }))
@@ -61,6 +67,7 @@ class Sync : public ::testing::Test {
   }
 
   ServerProcess server_;
+  TempFolder drafts_;
 };
 
 }  // namespace tolven::test

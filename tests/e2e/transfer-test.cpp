@@ -22,14 +22,14 @@ TEST_F(Sync, OnlyWhatChangedGoesOverTheWire) {
   wire_a.Reset();
   wire_b.Reset();
   content.insert(content.size() / 2, "something in the middle");
-  Write(a, "large", content);
+  Replace(a, "large", content);
   ExpectBoth(a, b, {{"large", content}});
   EXPECT_LT(wire_a.up(), kMegabyte / 10);
   EXPECT_LT(wire_b.down(), kMegabyte / 10);
   // The other way, against the signature that a download has left.
   ASSERT_TRUE(Eventually([&] { return b.Version("/large") == a.Version("/large"); }));
   content.replace(100, 10, "0123456789");
-  Write(b, "large", content);
+  Replace(b, "large", content);
   ExpectBoth(a, b, {{"large", content}});
   EXPECT_LT(wire_b.up(), kMegabyte / 10);
 }

@@ -211,7 +211,7 @@ TEST(ProtocolClientTest, MapsWhatGoesWrongWhileReceiving) {
   platform::FaultPlan plan;
   platform::ForwardingFiles faulty(platform::files(), plan.hook());
   platform::Files* const before = platform::SetFiles(&faulty);
-  const auto file = "\x42\x10\0\4file\x30\0\0\0\0\0\0\0\3abc\x40"sv;
+  const auto file = "\x42\x10\0\4file\x42\x10\0\4data\x30\0\0\0\0\0\0\0\3abc\x40\x40"sv;
   const struct {
     std::string_view bytes;
     bool has_folder, is_full;
@@ -229,12 +229,13 @@ TEST(ProtocolClientTest, MapsWhatGoesWrongWhileReceiving) {
       visitor.Write(c.bytes);
       visitor.Stall();
     });
+    pair.request["_action"] = "download";
     ProtocolClient client = pair.Client();
     if (c.has_folder) client.SetReceiveLocation(ustring(folder.path()));
     PObject answer;
     EXPECT_EQ(client.Request(SCMD_EVT_PULL, pair.request, answer), c.code);
     if (c.code != 0) continue;
-    EXPECT_EQ(test::ReadFile(answer["file"].asBinary().path), "abc");
+    EXPECT_EQ(test::ReadFile(answer["file"]["data"].asBinary().path), "abc");
   }
   platform::SetFiles(before);
 }
