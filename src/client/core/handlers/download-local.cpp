@@ -1,5 +1,8 @@
 // What a download can take from the event and from this side, so that nothing is asked of the
 // server that is known already.
+#include <chrono>
+#include <thread>
+
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
@@ -8,6 +11,13 @@
 #include "rsapi-cpp/simple-file-reader.h"
 
 namespace tolven {
+
+namespace {
+
+constexpr int kSourceTries = 25;
+constexpr std::chrono::milliseconds kSourcePause(20);
+
+}  // namespace
 
 void DownloadRemoteHandler::PrepareDownloadResponseFromEvent(const File& local_file,
                                                              const DBFileInfo& db_info,
@@ -90,11 +100,13 @@ int DownloadRemoteHandler::PrepareDownloadResponseFromLocal(PObject& response) {
 }
 
 // A file of this content, in the recycle bin or elsewhere in the folder; empty when there is none.
-ustring DownloadRemoteHandler::FindLocalSource() {
+// `is_missing` tells that one is on record and not there.
+ustring DownloadRemoteHandler::FindLocalSource(bool& is_missing) {
   const EventContext& context = GetContext();
   const ustring& hash = context.GetEvent().m_data_hash;
   FileEventDB& db = context.GetEventDatabaseSafe();
   ustring path;
+  is_missing = false;
   if (hash.empty()) return ustring();
   if (db.getFilePathByHashFromRecycle(hash, path) == 1) {
     ustring source = JoinPath(context.GetRecycleBinDir(), path.view());
@@ -105,15 +117,28 @@ ustring DownloadRemoteHandler::FindLocalSource() {
   }
   if (db.getFilePathByHash(hash, path) != 1) return ustring();
   ustring source = JoinPath(context.GetLocalWatch(), path.view());
-  if (!File(source, true).IsFile()) return ustring();
+  is_missing = !File(source, true).IsFile();
+  if (is_missing) return ustring();
   HANDLER_DEBUG("Copy file from syncfolder '%s'.", source);
+  return source;
+}
+
+// A removal moves an object into the bin and its records after it: what another worker is just
+// moving can be had in a moment.
+ustring DownloadRemoteHandler::WaitForLocalSource() {
+  bool is_missing = false;
+  ustring source = FindLocalSource(is_missing);
+  for (int i = 0; i < kSourceTries && is_missing && GetAbortFlag()->load() == 0; ++i) {
+    std::this_thread::sleep_for(kSourcePause);
+    source = FindLocalSource(is_missing);
+  }
   return source;
 }
 
 int DownloadRemoteHandler::PrepareFilePartFromLocal(PObject& response) {
   const EventContext& context = GetContext();
   const Event& event = context.GetEvent();
-  const ustring source = FindLocalSource();
+  const ustring source = WaitForLocalSource();
   if (source.empty()) return 0;
   TempFile copy(context.GetWorkingDirectory());
   if (copy.create() != 0) {
