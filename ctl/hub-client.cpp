@@ -28,8 +28,13 @@ bool HubClient::IsRunning() const {
 
 bool HubClient::Call(const PObject& command, PObject& answer, std::string& error) const {
   const int port = HubPort(home_);
+  PObject asked = command;
+  asked["home"] = home_.root;
   IPCSender sender;
-  if (port == 0 || sender.connect(port) != 0 || sender.send(command, true, answer) != 0) {
+  const bool is_answered =
+      port != 0 && sender.connect(port) == 0 && sender.send(asked, true, answer) == 0;
+  // The port may have been left behind, and be somebody else's by now.
+  if (!is_answered || answer["home"].asString() != home_.root) {
     error = "tolvenctl is not running; start it with \"tolvenctl run\"";
     return false;
   }

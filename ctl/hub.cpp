@@ -227,13 +227,16 @@ void Hub::AnswerCommand(platform::NativeSocket socket) {
   PObject command, answer;
   if (!ReceiveFrom(channel, socket, command)) return;
   Answer(command, answer);
+  answer["home"] = home_.root;
   PStream stream;
   (void)stream.Send(channel, answer);  // a peer that has gone misses its answer
 }
 
 void Hub::Answer(const PObject& command, PObject& answer) {
   const ustring name = command["command"].asString();
-  if (name == "ping") {
+  if (command["home"].asString() != home_.root) {
+    answer["error"] = "this tolvenctl works on another folder";
+  } else if (name == "ping") {
     answer["pid"] = platform::process().Id();
   } else if (name == "stop") {
     answer["reply"].asMap();
