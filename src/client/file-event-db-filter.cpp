@@ -18,6 +18,8 @@ using event_db::Sql;
 
 namespace {
 
+constexpr std::size_t kRememberedFolders = 1024;
+
 // A row of event_table as one of a filter table, with the server's attributes; behind filterType.
 constexpr char kRowAsFiltered[] =
     "syncID, maxSyncID, path, base_name(path), fileType, fileSize, fileCheckSum, fileModTime, "
@@ -201,13 +203,18 @@ int FileEventDB::rmServerFilteredEvent(FilteredEvent::FilterType type, const ust
 
 int FileEventDB::SelectServerView(int line, const Conditions& conditions, const std::string& order,
                                   std::vector<DBFileInfo>& out) {
+  const MutexLock hold(m_dbMutex);
+  return QueryServerView(line, conditions, order, out);
+}
+
+int FileEventDB::QueryServerView(int line, const Conditions& conditions, const std::string& order,
+                                 std::vector<DBFileInfo>& out) {
   const std::string joined = Join(conditions);
   const std::string sql =
       "SELECT " + FilteredColumns() + " FROM server_filter_table WHERE 1 " + joined + "UNION ALL " +
       Sql("SELECT isExist, %d, %s", FilteredEvent::FILTERED_ALL, kRowAsFiltered) +
       " FROM event_table WHERE path NOT in (SELECT path FROM server_filter_table) " + joined +
       order + ";";
-  const MutexLock hold(m_dbMutex);
   const int rows = m_db.Query(line, sql, [&out](sqlite3_stmt* row) {
     event_db::VisitServerView(out.emplace_back(), ColumnReader(row));
   });
@@ -229,6 +236,21 @@ int FileEventDB::getServerEventByPath(const ustring& path, DBFileInfo& info) {
     return 0;
   }
   info = std::move(found.front());
+  return 1;
+}
+
+int FileEventDB::getServerFolder(const ustring& path, DBFileInfo& info) {
+  const MutexLock hold(m_dbMutex);
+  if (const auto known = m_serverFolders.find(path.str()); known != m_serverFolders.end()) {
+    info = known->second;
+    return 1;
+  }
+  std::vector<DBFileInfo> found;
+  if (QueryServerView(__LINE__, GetConditions(path, 0), "", found) != 0) return -1;
+  if (found.empty()) return 0;
+  info = std::move(found.front());
+  if (m_serverFolders.size() == kRememberedFolders) ForgetServerFolders();
+  m_serverFolders.emplace(path.str(), info);
   return 1;
 }
 

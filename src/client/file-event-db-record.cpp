@@ -165,6 +165,7 @@ int FileEventDB::setSingleRecord(const DBFileInfo& info) {
   if (ReadContent(info.path, before) != 0) return -1;
   const bool same_content = before.row_id != 0 && before.file_type == 0 && info.fileType == 0 &&
                             before.check_sum == info.fileCheckSum;
+  if (info.fileType != 0 || before.file_type != 0) ForgetServerFolders();
   // While the row is still the old one: a row without its signature is sound, the other way round
   // it is not.
   if (before.row_id != 0 && !same_content && RemoveSignature(before.row_id) != 0) return -1;
@@ -206,6 +207,7 @@ int FileEventDB::Unpark(const ustring& path) {
     ColumnBinder bind(statement);
     bind("path", path);
     if (m_db.Step(__LINE__, statement) != 0) return -1;
+    if (statement == server && sqlite3_changes(m_db.get()) > 0) ForgetServerFolders();
   }
   return 0;
 }

@@ -94,6 +94,7 @@ int FileEventDB::Configure(const ustring& path) {
 
 void FileEventDB::destroy() {
   const MutexLock hold(m_dbMutex);
+  ForgetServerFolders();
   m_db.Close();
 }
 
@@ -104,6 +105,7 @@ ustring FileEventDB::getProfilePath() const {
 
 int FileEventDB::Run(int line, const std::string& script) {
   const MutexLock hold(m_dbMutex);
+  ForgetServerFolders();
   return m_db.Execute(line, script);
 }
 

@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "client/db-file-info.h"
@@ -122,6 +123,10 @@ class FileEventDB {
   // --- the server's view, in the `server` fields; what is parked for a path wins over its row ---
   int getServerEvent(const Conditions& conditions, std::vector<DBFileInfo>& out);
   int getServerEventByPath(const ustring& path, DBFileInfo& info);  // 1, 0 or -1
+  // The same for a folder above others, from memory where it was asked for before and no folder has
+  // changed since: a batch of events asks for the same few ones again and again. Its maxSyncID may
+  // be an older one.
+  int getServerFolder(const ustring& path, DBFileInfo& info);
   // The path and all below it.
   int getServerEventByPrefix(const ustring& path, std::vector<DBFileInfo>& out);
   // At most `limit` of them, in byte order of the path, behind `after` ("" for the first ones).
@@ -202,12 +207,15 @@ class FileEventDB {
   int Run(int line, const std::string& script);
 
   int setFilteredEvent(const FilteredEvent& event);
+  void ForgetServerFolders() REQUIRES(m_dbMutex) { m_serverFolders.clear(); }
   static std::string GetInsertFilteredEventSQL(const FilteredEvent& event);
   static std::string GetExpandFilteredEventSQL(bool isServer, FilteredEvent::FilterType type,
                                                const ustring& path);
   static Conditions GetConditions(const ustring& path, int option);
   int SelectServerView(int line, const Conditions& conditions, const std::string& order,
                        std::vector<DBFileInfo>& out);
+  int QueryServerView(int line, const Conditions& conditions, const std::string& order,
+                      std::vector<DBFileInfo>& out) REQUIRES(m_dbMutex);
   int SelectFiltered(int line, bool isServer, FilteredEvent::FilterType type,
                      const Conditions& conditions, std::vector<FilteredEvent>& out);
 
@@ -217,6 +225,8 @@ class FileEventDB {
   ustring m_signPath GUARDED_BY(m_dbMutex);
   event_db::Connection m_db GUARDED_BY(m_dbMutex);
   std::uint64_t m_timesSyncIdSet GUARDED_BY(m_dbMutex) = 0;
+  // What getServerFolder found, until a write that may touch a folder's row or what is parked.
+  std::unordered_map<std::string, DBFileInfo> m_serverFolders GUARDED_BY(m_dbMutex);
 };
 
 }  // namespace tolven

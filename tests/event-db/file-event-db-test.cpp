@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "client/event-db-columns.h"
 #include "client/file-list.h"
@@ -83,6 +84,45 @@ TEST_F(EventDb, ASignatureNeverStandsBesideAnotherContent) {
   info.signaturePath.clear();
   ASSERT_EQ(db_.setEventInfo(info), 0);
   EXPECT_FALSE(std::filesystem::exists(row.signaturePath.str()));
+}
+
+TEST_F(EventDb, AFolderIsNeverRememberedAsItWasBeforeAWrite) {
+  DBFileInfo folder, file;
+  folder.path = "/p";
+  folder.fileType = 1;
+  file.path = "/p/x";
+  FilteredEvent parked;
+  parked.path = "/p";
+  parked.is_server = true;
+  parked.sync_id = 70;
+  parked.unix_mode = 7;
+  const std::vector<std::function<int()>> writes = {
+      [&] { return db_.setEventInfo(file); },  // the folder comes as one known from below
+      [&] { return folder.serverUnixMode = 5, db_.setEventInfo(folder); },
+      [&] { return file.maxSyncID = 90, db_.setEventInfo(file); },
+      [&] { return db_.setServerFilteredEvent(parked); },
+      [&] { return db_.setEventInfo(file); },
+      [&] { return db_.rmServerFilteredEvent(FilteredEvent::FILTERED_ACL, "/p", 0); },
+      [&] { return db_.setServerFilteredEvent(parked); },
+      [&] { return db_.setEventInfo(folder); },  // takes it out of what is parked
+      [&] { return db_.commitRemove("/p/x"); },
+      [&] { return folder.fileType = 0, db_.setEventInfo(folder); },
+      [&] { return db_.rmLocalEventInfo("/p"); },
+  };
+  for (std::size_t i = 0; i < writes.size(); ++i) {
+    SCOPED_TRACE(i);
+    ASSERT_EQ(writes[i](), 0);
+    DBFileInfo fresh, remembered;
+    const int found = db_.getServerEventByPath("/p", fresh);
+    ASSERT_GE(found, 0);
+    for (int time = 0; time < 2; ++time) {
+      ASSERT_EQ(db_.getServerFolder("/p", remembered), found);
+      if (found == 0) continue;
+      EXPECT_EQ(remembered.serverUnixMode, fresh.serverUnixMode);
+      EXPECT_EQ(remembered.fileType, fresh.fileType);
+      EXPECT_EQ(remembered.isExist, fresh.isExist);
+    }
+  }
 }
 
 // Gives each field another value.

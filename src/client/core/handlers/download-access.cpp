@@ -193,7 +193,8 @@ int DownloadRemoteHandler::PreparePropagateACL(const ustring& path, int level, A
   ustring prefix = path.empty() ? ustring("/") : path;
   for (;; ++level) {
     DBFileInfo record;
-    const int found = db.getServerEventByPath(prefix, record);
+    const int found =
+        level == 0 ? db.getServerEventByPath(prefix, record) : db.getServerFolder(prefix, record);
     if (found < 0) {
       HANDLER_ERROR("Failed to get server info. path [%s]", prefix);
       return -1;
