@@ -75,7 +75,9 @@ void AddRecord(PObject& page, const char* path, std::uint64_t id, bool removed =
 // Time moves with whoever sleeps, but leaves the other threads some.
 class PatientClock : public platform::FakeClock {
  public:
+  std::function<void()> on_sleep;
   void Sleep(std::chrono::milliseconds time) override {
+    if (on_sleep) on_sleep();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     FakeClock::Sleep(time);
   }
@@ -319,6 +321,43 @@ TEST_F(SyncerTest, AWaitThatEndsEarlyStoresNothing) {
     EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
   }
   EXPECT_EQ(Stored(), 0U);
+}
+
+TEST_F(SyncerTest, WaitsAsLongAsEventsComeToTheirEnd) {
+  PObject page = Page(7);
+  AddRecord(page, "/a", 7);
+  SetPage(page);
+  Task task;
+  int sleeps = 0;
+  clock_.on_sleep = [&] {
+    Event event;
+    if (++sleeps == 20) {  // what is being applied brings more with it
+      event.m_type = Event::EV_REMOVE;
+      event.m_sess_id = 1;
+      for (const char* path : {"/b", "/c", "/d"}) {
+        event.m_path = path;
+        EventManager::getInstance().PushServerEvent(event);
+      }
+    } else if (sleeps % 400 == 0 && EventManager::getInstance().PullEvent(&task, event) == 0) {
+      EventManager::getInstance().DoneEvent(&task, event);
+    }
+  };
+  EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
+  EXPECT_GE(sleeps, 1600);  // 160 seconds
+  EXPECT_EQ(Stored(), 7U);
+}
+
+TEST_F(SyncerTest, ContentsThatNobodyAskedForAreNotKept) {
+  test::WriteFile(folder_ / "junk", "junk");
+  PObject page = Page(7);
+  PObject::binary_type file;
+  file.path = folder_ / "junk";
+  file.length = 4;
+  page["file"]["data"].asBinary() = file;
+  SetPage(page);
+  EXPECT_EQ(SyncerPeer::Pull(syncer_), 0);
+  EXPECT_EQ(Stored(), 7U);
+  EXPECT_TRUE(std::filesystem::is_empty((root_ + "/.ZentrovaWorkingDirectory").str()));
 }
 
 TEST_F(SyncerTest, ASessionThatHasCaughtUpGetsItsRescan) {

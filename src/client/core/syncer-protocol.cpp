@@ -1,11 +1,16 @@
 // How the syncer speaks with a server: its own requests, and its own way of opening a channel.
+#include <algorithm>
+#include <vector>
+
 #include "client/core/protocol-client.h"
 #include "client/core/refusal-codes.h"
 #include "client/core/session-layout.h"
 #include "client/core/syncer-log.h"
 #include "client/core/syncer.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/error-table.h"
+#include "lib/file-op.h"
 #include "lib/proto-common.h"
 
 namespace tolven {
@@ -102,7 +107,7 @@ int Syncer::RunProtocol(Channel& channel, std::uint8_t command, const PObject& r
                         PObject& response) {
   const ustring& action = request["_action"].asString();
   SYNCER_DEBUG("Syncer >>>: %s\n", request.toString());
-  stream.SetDefaultRecvLocation(context.entry.local_path + "/" + WORKING_DIR);
+  stream.SetDefaultRecvLocation(JoinPath(context.entry.local_path, WORKING_DIR.view()));
   channel.SetFlag(&abort_flag);
   channel.SetTimeout(kSendSeconds);
   int code = ProtoWriteHeader(channel, 0, command);
@@ -111,11 +116,7 @@ int Syncer::RunProtocol(Channel& channel, std::uint8_t command, const PObject& r
     SYNCER_ERROR("Syncer: RunProtocol(%s): failed to send request (%d)\n", action, code);
   } else {
     channel.SetTimeout(kAnswerSeconds);
-    const KeepAlive keep_alive(response);
-    do {
-      // A peer that sends them without a pause never lets the channel look at the flag.
-      code = abort_flag != 0 ? PStream::ERR_IO : stream.Recv(channel, response);
-    } while (code >= 0 && keep_alive.Take(response));
+    code = Receive(channel, request, response);
     if (code < 0) {
       SYNCER_ERROR("Syncer: RunProtocol(%s): failed to recv response (%d)\n", action, code);
     }
@@ -127,6 +128,31 @@ int Syncer::RunProtocol(Channel& channel, std::uint8_t command, const PObject& r
   return 0;
 }
 
+int Syncer::Receive(Channel& channel, const PObject& request, PObject& response) {
+  const KeepAlive keep_alive(response);
+  for (;;) {
+    // A peer that sends them without a pause never lets the channel look at the flag.
+    if (abort_flag != 0) return PStream::ERR_IO;
+    const int code = stream.Recv(channel, response);
+    const bool is_end = code < 0 || !keep_alive.Take(response);
+    DropStrayFiles(request, response);
+    if (is_end) return code;
+  }
+}
+
+// A peer may send contents that nobody asked for, or under names that nobody looks at.
+void Syncer::DropStrayFiles(const PObject& request, const PObject& response) const {
+  std::vector<ustring> wanted;
+  if (request["_action"].asStringView() == "get_profile") {
+    for (const PObject& profile : response["profile_list"].asArray()) {
+      wanted.push_back(profile["file"].asBinary().path);
+    }
+  }
+  for (const ustring& path : stream.GetNewFiles()) {
+    if (std::find(wanted.begin(), wanted.end(), path) == wanted.end()) FSRemove(path, false);
+  }
+}
+
 int Syncer::RequestChannel(Channel& channel, std::uint32_t& alive) {
   const ConnectionInfo& info = GetConnectionInfo();
   channel.Close();
@@ -134,6 +160,7 @@ int Syncer::RequestChannel(Channel& channel, std::uint32_t& alive) {
   SYNCER_DEBUG("Syncer: Connect to server (%s:%d).\n", info.server_ip, info.server_port);
   if (const int code = channel.Open(info.server_ip.c_str_utf8(), info.server_port); code < 0) {
     SYNCER_ERROR("Syncer: failed to connect to server.\n");
+    channel.SetFlag(nullptr);
     return abort_flag != 0 ? ErrorCodes::ERR_INT : code;
   }
   PObject request, answer;

@@ -31,11 +31,11 @@ std::int64_t Now() { return platform::clock().MonotonicMilliseconds(); }
 
 unsigned SecondsAfter(int action) {
   switch (action) {
-    case SYNCER_DONE:
+    case SyncerErrors::ACTION_DONE:
       return 0;
-    case SYNCER_RETRY:
+    case SyncerErrors::ACTION_RETRY:
       return kRetrySeconds;
-    case SYNCER_RETRY_LONG_WAIT:
+    case SyncerErrors::ACTION_RETRY_LONG_WAIT:
       return kLongWaitSeconds;
     default:
       SYNCER_CRIT("retry\n");
@@ -214,15 +214,14 @@ int Syncer::WaitForWorkers(WaitEnd& end) {
     SYNCER_WARNING("session %llu is removed, events might be dropped\n", session);
     return 0;
   }
-  std::int32_t least = INT32_MAX;
+  std::int32_t before = INT32_MAX;
   std::int64_t progress_at = 0;
   for (;;) {
     const std::int32_t pending = EventManager::getInstance().GetPendingServerEvent(session);
     if (pending <= 0) break;
-    if (pending < least) {
-      least = pending;
-      progress_at = Now();
-    }
+    // Events may bring new ones with them, so each fall counts, from wherever.
+    if (pending < before) progress_at = Now();
+    before = pending;
     if (Now() - progress_at >= kStuckMilliseconds) {
       SYNCER_NOTE("session %llu: %d server events do not come to an end\n", session, pending);
       return ErrorCodes::ERR_INT;
@@ -310,15 +309,15 @@ int Syncer::HandleError(int code) {
     return -1;
   }
   SYNCER_DEBUG("Syncer: HandleError: %d.\n", code);
-  const SyncerErrorHandler handler = FindSyncerErrorHandler(code);
-  switch (handler.report) {
-    case SyncerReport::SESSION:
+  const SyncerErrors::_error_handler handler = SyncerErrors::Find(code);
+  switch (handler.err_type) {
+    case SyncerErrors::ERR_SESSION:
       UI_IPC::ReportSessionErrorToUI(context.entry.conn_id, context.entry.sess_id, code);
       break;
-    case SyncerReport::CONNECTION:
+    case SyncerErrors::ERR_CONNECTION:
       UI_IPC::ReportConnectionErrorToUI(context.entry.conn_id, context.entry.sess_id, code);
       break;
-    case SyncerReport::NONE:
+    case SyncerErrors::ERR_NONE:
       SYNCER_DEBUG("No type for error: %d\n", code);
       break;
   }

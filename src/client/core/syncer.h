@@ -89,6 +89,8 @@ class Syncer : public Task {
                const PObject& request, PObject& response);
   int RunProtocol(Channel& channel, std::uint8_t command, const PObject& request,
                   PObject& response);
+  int Receive(Channel& channel, const PObject& request, PObject& response);
+  void DropStrayFiles(const PObject& request, const PObject& response) const;
   int RequestChannel(Channel& channel, std::uint32_t& alive);
   int CheckBuild(const PObject& response) const;
   int RequestSSL(Channel& channel);
