@@ -46,6 +46,11 @@ int EventManager::PullEvent(Task* task, Event& out) {
   return found ? 0 : -1;
 }
 
+std::size_t EventManager::GetReadyCount() {
+  MutexLock lock(m_lock);
+  return ready_queue.size();
+}
+
 int EventManager::DoneEvent(Task* task, Event& inout) {
   {
     MutexLock lock(m_lock);

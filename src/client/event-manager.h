@@ -58,6 +58,8 @@ class EventManager {
   // The next event, which `task` has to end with DoneEvent or RedoEvent before it pulls again. -1:
   // the session whose turn it was has none that may go; another may have one.
   int PullEvent(Task* task, Event& out) EXCLUDES(m_lock);
+  // How many sessions there are to ask, each by a call of its own.
+  std::size_t GetReadyCount() EXCLUDES(m_lock);
   // 0: ended, or `task` has none. -1: `inout` became what arrived meanwhile, for this task.
   int DoneEvent(Task* task, Event& inout) EXCLUDES(m_lock);
   // Puts an event back to wait. In either case `task` has none afterwards. -1: it could not be put

@@ -140,6 +140,19 @@ TEST_F(WorkerTest, GoesOnWithWhatArrivedMeanwhile) {
   EXPECT_EQ(seen, "SS");
 }
 
+TEST_F(WorkerTest, ASessionThatWaitsHoldsUpNoOther) {
+  Task busy;
+  Event event;
+  manager_.PushLocalEvent(Make(1, "/long"));
+  ASSERT_EQ(manager_.PullEvent(&busy, event), 0);
+  for (int i = 0; i < 90; ++i) manager_.PushLocalEvent(Make(2, "/" + std::to_string(i)));
+  const auto begin = std::chrono::steady_clock::now();
+  Start();
+  ASSERT_TRUE(AwaitDone(2));
+  // A second's sleep at each turn of the other would be 90.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(45));
+}
+
 // What nobody can apply any more is ended, with all that arrived on its path, and counted.
 TEST_F(WorkerTest, DropsEventsOfRemovedSessions) {
   work_ = [&](EventHandler&) {

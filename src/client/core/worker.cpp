@@ -152,13 +152,21 @@ int Worker::GetEvent() {
     return 0;
   }
   Event event;
-  if (manager_.PullEvent(this, event) != 0) {
+  if (PullEvent(event) != 0) {
     Release();
     return -1;
   }
   context.SetEvent(event);
   WORKER_DEBUG("Worker (%d): Pull next event: '%s'.\n", GetId(), event.toString());
   return 0;
+}
+
+// Asks every session before it gives up: what one waits for is nothing to the others.
+int Worker::PullEvent(Event& event) {
+  for (std::size_t left = manager_.GetReadyCount(); left > 0; --left) {
+    if (manager_.PullEvent(this, event) == 0) return 0;
+  }
+  return -1;
 }
 
 int Worker::UpdateContext() {

@@ -52,6 +52,7 @@ class Worker : public InterruptibleTask {
   void Round();
   void NotifyAbortDone() EXCLUDES(obj_lock);
   int GetEvent();
+  int PullEvent(Event& event);
   int UpdateContext();
   void DropEvent();
   int ProcessEvent() EXCLUDES(obj_lock);
