@@ -189,7 +189,9 @@ void ACL::AddInherited(const UserInfo& user, const Privilege& ancestor, bool to_
   const unsigned kind = to_directory ? ZENTSDK_ACL_INHERIT_DIR : ZENTSDK_ACL_INHERIT_FILE;
   for (const ACLRule::Entry& entry : rule.entries()) {
     if ((entry.inherit & kind) == 0) continue;
-    if ((entry.inherit & ZENTSDK_ACL_INHERIT_NO_PROPOGATE) != 0 && !is_parent) continue;
+    // A copy that the ancestor itself got from above has come down as far as it may.
+    const bool is_right_above = is_parent && entry.level == 0;
+    if ((entry.inherit & ZENTSDK_ACL_INHERIT_NO_PROPOGATE) != 0 && !is_right_above) continue;
     if (Matches(entry, user, is_owner)) verdict.Add(entry);
   }
 }

@@ -1,7 +1,6 @@
 #include "rsapi-cpp/xio.h"
 
 #include <cstdio>
-#include <limits>
 #include <new>
 
 namespace tolven {
@@ -54,7 +53,6 @@ fd_ssize_t fd_read(const fd_t& fd, void* data, std::size_t size) {
 }
 
 int fd_seek(const fd_t& fd, std::uint64_t offset) {
-  if (offset > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) return -1;
   const platform::Status status = platform::files().Seek(fd.handle, offset);
   return status.ok() ? 0 : Fail(__LINE__, "seek", status);
 }

@@ -94,6 +94,7 @@ TEST(Acl, EntriesPassDownByKindAndDistance) {
   EXPECT_TRUE(reads(Chain({inherits, list(117, 10, 1)})));
   EXPECT_TRUE(reads(Chain({inherits, inherits, list(117, 2, 1)})));
   EXPECT_FALSE(reads(Chain({inherits, inherits, list(117, 10, 1)})));
+  EXPECT_FALSE(reads(Chain({inherits, "1 88 1 8 0 117 10 1 1 "}))) << "a copy from above";
   // The nearest that settles all rights ends the walk; a denial before that counts.
   EXPECT_TRUE(reads(Chain({inherits, list(117, 2, 1), list(4, 2, 0)})));
   EXPECT_FALSE(reads(Chain({inherits, list(4, 2, 0), list(117, 2, 1)})));
