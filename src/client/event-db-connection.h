@@ -32,6 +32,9 @@ enum Statement : std::size_t {
   kContains,
   kGetInfo,
   kServerColumns,
+  kServerView,
+  kAnyParked,
+  kConfig,
   kStatements
 };
 

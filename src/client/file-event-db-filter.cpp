@@ -10,10 +10,12 @@
 
 namespace tolven {
 
+using event_db::ColumnBinder;
 using event_db::ColumnNames;
 using event_db::ColumnReader;
 using event_db::GlobPrefix;
 using event_db::kCategory;
+using event_db::ResetAtEnd;
 using event_db::Sql;
 
 namespace {
@@ -37,6 +39,13 @@ const std::string& FilteredColumns() {
     return names.text();
   }();
   return columns;
+}
+
+// What is parked under `conditions`, and the rows of all paths that are not.
+std::string ServerViewQuery(const std::string& conditions) {
+  return "SELECT " + FilteredColumns() + " FROM server_filter_table WHERE 1 " + conditions +
+         "UNION ALL " + Sql("SELECT isExist, %d, %s", FilteredEvent::FILTERED_ALL, kRowAsFiltered) +
+         " FROM event_table WHERE path NOT in (SELECT path FROM server_filter_table) " + conditions;
 }
 
 // The values of a row as %d, %llu and %Q write them.
@@ -160,12 +169,24 @@ int FileEventDB::SelectFiltered(int line, bool isServer, FilteredEvent::FilterTy
   const std::string sql = "SELECT " + FilteredColumns() + " FROM " + GetTableName(isServer) +
                           " WHERE 1 " + TypeCondition(type) + Join(conditions);
   const MutexLock hold(m_dbMutex);
+  if (isServer) {
+    if (const int any = HasParked(); any != 1) return any;
+  }
   const int rows = m_db.Query(line, sql, [&out, isServer](sqlite3_stmt* row) {
     FilteredEvent& event = out.emplace_back();
     event.is_server = isServer;
     event_db::VisitFiltered(event, ColumnReader(row));
   });
   return rows < 0 ? -1 : 0;
+}
+
+// Asked for with every download, and mostly there is nothing at all.
+int FileEventDB::HasParked() {
+  sqlite3_stmt* const statement =
+      m_db.Prepare(__LINE__, event_db::kAnyParked, "SELECT 1 FROM server_filter_table LIMIT 1;");
+  if (statement == nullptr) return -1;
+  const ResetAtEnd reset(statement);
+  return m_db.Step(__LINE__, statement);
 }
 
 int FileEventDB::getLocalFilteredEvent(FilteredEvent::FilterType type, const ustring& path,
@@ -203,18 +224,8 @@ int FileEventDB::rmServerFilteredEvent(FilteredEvent::FilterType type, const ust
 
 int FileEventDB::SelectServerView(int line, const Conditions& conditions, const std::string& order,
                                   std::vector<DBFileInfo>& out) {
+  const std::string sql = ServerViewQuery(Join(conditions)) + order + ";";
   const MutexLock hold(m_dbMutex);
-  return QueryServerView(line, conditions, order, out);
-}
-
-int FileEventDB::QueryServerView(int line, const Conditions& conditions, const std::string& order,
-                                 std::vector<DBFileInfo>& out) {
-  const std::string joined = Join(conditions);
-  const std::string sql =
-      "SELECT " + FilteredColumns() + " FROM server_filter_table WHERE 1 " + joined + "UNION ALL " +
-      Sql("SELECT isExist, %d, %s", FilteredEvent::FILTERED_ALL, kRowAsFiltered) +
-      " FROM event_table WHERE path NOT in (SELECT path FROM server_filter_table) " + joined +
-      order + ";";
   const int rows = m_db.Query(line, sql, [&out](sqlite3_stmt* row) {
     event_db::VisitServerView(out.emplace_back(), ColumnReader(row));
   });
@@ -226,16 +237,29 @@ int FileEventDB::getServerEvent(const Conditions& conditions, std::vector<DBFile
 }
 
 int FileEventDB::getServerEventByPath(const ustring& path, DBFileInfo& info) {
-  std::vector<DBFileInfo> found;
-  if (getServerEvent(GetConditions(path, 0), found) != 0) return -1;
-  if (found.empty()) {
+  const MutexLock hold(m_dbMutex);
+  const int found = FindServerView(path, info);
+  if (found == 0) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-db(%d): getServerEventByPath: No record for server event path: "
                    L"[%s]\n",
                    __LINE__, path);
-    return 0;
   }
-  info = std::move(found.front());
+  return found;
+}
+
+int FileEventDB::FindServerView(const ustring& path, DBFileInfo& info) {
+  static const std::string query = ServerViewQuery(" AND (path = ?1) ") + ";";
+  sqlite3_stmt* const statement = m_db.Prepare(__LINE__, event_db::kServerView, query.c_str());
+  if (statement == nullptr) return -1;
+  const ResetAtEnd reset(statement);
+  const ustring asked = path.empty() ? ustring("/") : path;
+  ColumnBinder bind(statement);
+  bind("path", asked);
+  const int found = m_db.Step(__LINE__, statement);
+  if (found != 1) return found;
+  info.Clear();
+  event_db::VisitServerView(info, ColumnReader(statement));
   return 1;
 }
 
@@ -245,10 +269,7 @@ int FileEventDB::getServerFolder(const ustring& path, DBFileInfo& info) {
     info = known->second;
     return 1;
   }
-  std::vector<DBFileInfo> found;
-  if (QueryServerView(__LINE__, GetConditions(path, 0), "", found) != 0) return -1;
-  if (found.empty()) return 0;
-  info = std::move(found.front());
+  if (const int found = FindServerView(path, info); found != 1) return found;
   if (m_serverFolders.size() == kRememberedFolders) ForgetServerFolders();
   m_serverFolders.emplace(path.str(), info);
   return 1;

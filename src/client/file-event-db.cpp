@@ -15,6 +15,7 @@ namespace tolven {
 
 using event_db::ColumnText;
 using event_db::kCategory;
+using event_db::ResetAtEnd;
 using event_db::Sql;
 
 namespace {
@@ -115,12 +116,24 @@ int FileEventDB::FindText(int line, const std::string& sql, ustring& out) {
 }
 
 int FileEventDB::GetConfig(const char* key, std::string& value) {
-  const int rows = m_db.Query(__LINE__, Sql("SELECT value FROM config_table WHERE key = %Q;", key),
-                              [&value](sqlite3_stmt* row) { value = ColumnText(row, 0); });
-  if (rows != 0) return rows < 0 ? -1 : 0;
+  const int found = FindConfig(key, value);
+  if (found != 0) return found < 0 ? -1 : 0;
   Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] event-db(%d): no '%s' in '%s'\n", __LINE__,
                  key, m_eventDBPath);
   return -1;
+}
+
+int FileEventDB::FindConfig(std::string_view key, std::string& value) {
+  sqlite3_stmt* const statement = m_db.Prepare(
+      __LINE__, event_db::kConfig, "SELECT ifnull(value, '') FROM config_table WHERE key = ?1;");
+  if (statement == nullptr) return -1;
+  const ResetAtEnd reset(statement);
+  const int code =
+      sqlite3_bind_text64(statement, 1, key.data(), key.size(), SQLITE_STATIC, SQLITE_UTF8);
+  if (code != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", code);
+  const int found = m_db.Step(__LINE__, statement);
+  if (found == 1) value = ColumnText(statement, 0);
+  return found;
 }
 
 int FileEventDB::getSyncId(std::uint64_t& sync_id, std::uint64_t* times_set) {
@@ -165,10 +178,11 @@ int FileEventDB::updateUid(std::uint32_t uid) {
 
 int FileEventDB::getConfigStrByKey(const ustring& key, ustring& value) {
   value.clear();
-  const int rows = FindText(
-      __LINE__, Sql("SELECT ifnull(value, '') FROM config_table WHERE key=%Q", key.c_str_utf8()),
-      value);
-  return rows < 0 ? -1 : 0;
+  std::string text;
+  const MutexLock hold(m_dbMutex);
+  if (FindConfig(key.view(), text) < 0) return -1;
+  value = text;
+  return 0;
 }
 
 int FileEventDB::updateConfigStrByKey(const ustring& key, const ustring& value) {

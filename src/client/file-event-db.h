@@ -184,6 +184,7 @@ class FileEventDB {
 
   int Configure(const ustring& path) REQUIRES(m_dbMutex);
   int GetConfig(const char* key, std::string& value) REQUIRES(m_dbMutex);
+  int FindConfig(std::string_view key, std::string& value) REQUIRES(m_dbMutex);  // 1, 0 or -1
   int FindText(int line, const std::string& sql, ustring& out);
 
   int WriteRecord(const DBFileInfo& info) REQUIRES(m_dbMutex);
@@ -214,8 +215,9 @@ class FileEventDB {
   static Conditions GetConditions(const ustring& path, int option);
   int SelectServerView(int line, const Conditions& conditions, const std::string& order,
                        std::vector<DBFileInfo>& out);
-  int QueryServerView(int line, const Conditions& conditions, const std::string& order,
-                      std::vector<DBFileInfo>& out) REQUIRES(m_dbMutex);
+  // 1, 0 or -1.
+  int FindServerView(const ustring& path, DBFileInfo& info) REQUIRES(m_dbMutex);
+  int HasParked() REQUIRES(m_dbMutex);
   int SelectFiltered(int line, bool isServer, FilteredEvent::FilterType type,
                      const Conditions& conditions, std::vector<FilteredEvent>& out);
 
