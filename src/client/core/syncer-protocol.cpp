@@ -4,6 +4,7 @@
 #include "client/core/session-layout.h"
 #include "client/core/syncer-log.h"
 #include "client/core/syncer.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/error-table.h"
 #include "lib/proto-common.h"
@@ -102,7 +103,7 @@ int Syncer::RunProtocol(Channel& channel, std::uint8_t command, const PObject& r
                         PObject& response) {
   const ustring& action = request["_action"].asString();
   SYNCER_DEBUG("Syncer >>>: %s\n", request.toString());
-  stream.SetDefaultRecvLocation(context.entry.local_path + "/" + WORKING_DIR);
+  stream.SetDefaultRecvLocation(JoinPath(context.entry.local_path, WORKING_DIR.view()));
   channel.SetFlag(&abort_flag);
   channel.SetTimeout(kSendSeconds);
   int code = ProtoWriteHeader(channel, 0, command);
