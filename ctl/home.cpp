@@ -3,6 +3,7 @@
 #include "lib/file-op.h"
 #include "platform/files.h"
 #include "platform/identity.h"
+#include "platform/whole-file.h"
 
 namespace tolven::ctl {
 namespace {
@@ -106,16 +107,7 @@ void WriteDaemonFiles(const Home& home, int ui_port, const ustring& ca_path, std
 
 bool ReplaceFile(const ustring& path, const std::string& text, std::string& error,
                  std::uint32_t mode) {
-  const ustring temporary = path + ".new";
-  platform::Files& files = platform::files();
-  ScopedFile file;
-  Status status = files.Open(temporary, OpenMode::kTruncate, *file.receive());
-  if (status.ok() && mode != 0) status = files.SetMode(temporary, mode);
-  std::size_t written = 0;
-  if (status.ok()) status = files.Write(file.get(), text.data(), text.size(), written);
-  if (status.ok()) status = files.Sync(file.get());
-  file.Reset();
-  if (status.ok()) status = files.Rename(temporary, path);
+  const Status status = platform::ReplaceWholeFile(path, text, mode);
   if (!status.ok()) error = "cannot write " + path.str() + ": " + platform::StatusText(status);
   return status.ok();
 }

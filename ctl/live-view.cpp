@@ -180,6 +180,4 @@ void LiveView::Draw(const PObject& snapshot) {
   std::cout << output << std::flush;
 }
 
-void LiveView::End() { drawn_lines_ = 0; }
-
 }  // namespace tolven::ctl

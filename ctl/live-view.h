@@ -17,8 +17,6 @@ class LiveView {
   explicit LiveView(bool on_terminal) : on_terminal_(on_terminal) {}
 
   void Show(const PObject& snapshot);
-  // Leaves the picture where it is; what comes next goes below it.
-  void End();
 
   // The picture, each line at most `columns` wide, at most `rows` of them.
   static std::vector<std::string> Picture(const PObject& snapshot, int columns, int rows);

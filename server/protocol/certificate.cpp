@@ -6,6 +6,7 @@
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -15,6 +16,7 @@
 #include "libzentcat/lib/utils/net.h"
 #include "platform/files.h"
 #include "platform/identity.h"
+#include "platform/whole-file.h"
 
 namespace tolven::server {
 
@@ -25,6 +27,7 @@ namespace Net = TolvenApplication::Net;
 constexpr const char* kCategory = "server";
 constexpr long kValidSeconds = 10L * 365 * 24 * 3600;
 constexpr long kClockSkewSeconds = 24 * 3600;
+constexpr std::uint32_t kOwnerOnly = 0600;
 
 using Key = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using Certificate = std::unique_ptr<X509, decltype(&X509_free)>;
@@ -102,20 +105,11 @@ Certificate SelfSigned(EVP_PKEY* key, const std::string& address) {
   return made;
 }
 
-// Under a temporary name first, so that a file with its final name is always whole.
 bool Store(const ustring& path, BIO* content) {
   char* data = nullptr;
   const long size = BIO_get_mem_data(content, &data);
-  const ustring temporary = path + ".new";
-  platform::Files& files = platform::files();
-  (void)files.RemoveFile(temporary);
-  platform::ScopedFile file;
-  std::size_t written = 0;
   return size > 0 &&
-         files.Open(temporary, platform::OpenMode::kCreateExclusive, *file.receive()).ok() &&
-         files.Write(file.get(), data, static_cast<std::size_t>(size), written).ok() &&
-         files.Sync(file.get()).ok() && files.Close(file.Release()).ok() &&
-         files.Rename(temporary, path).ok();
+         platform::ReplaceWholeFile(path, {data, static_cast<std::size_t>(size)}, kOwnerOnly).ok();
 }
 
 bool Exists(const ustring& path) {

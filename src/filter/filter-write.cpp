@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "filter/filter.h"
-#include "platform/files.h"
+#include "platform/whole-file.h"
 
 namespace tolven {
 
@@ -122,24 +122,11 @@ class FilterText {
   bool readable_ = true;
 };
 
-bool WriteWhole(const ustring& path, const std::string& text) {
-  platform::Files& files = platform::files();
-  platform::ScopedFile file;
-  if (!files.Open(path, platform::OpenMode::kTruncate, *file.receive()).ok()) return false;
-  std::size_t written = 0;
-  return files.Write(file.get(), text.data(), text.size(), written).ok() &&
-         files.Sync(file.get()).ok() && files.Close(file.Release()).ok();
-}
-
 }  // namespace
 
 int _filter_write(const Filter* filter, const ustring& path) {
   const FilterText content(*filter);
-  if (!content.readable()) return -1;
-  const ustring draft = path + ".new";
-  if (WriteWhole(draft, content.text()) && platform::files().Rename(draft, path).ok()) return 0;
-  (void)platform::files().RemoveFile(draft);
-  return -1;
+  return content.readable() && platform::ReplaceWholeFile(path, content.text()).ok() ? 0 : -1;
 }
 
 void _filter_print(const Filter* filter, std::FILE* stream) {

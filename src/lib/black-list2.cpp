@@ -28,7 +28,8 @@ int Remove(value_type_string_set& values, const ustring& value) {
 const char* PathText(const ustring& path) { return path.empty() ? "/" : path.c_str_utf8(); }
 
 // The set that a key selects; null when the section has none for it.
-value_type_string_set* SetOf(CommonSection& section, BlackList2::FilterKey key) {
+template <class Section>
+value_type_string_set* CommonSetOf(Section& section, BlackList2::FilterKey key) {
   switch (key) {
     case BlackList2::FILTER_KEY_PREFIX:
       return &section.black_prefix;
@@ -36,39 +37,19 @@ value_type_string_set* SetOf(CommonSection& section, BlackList2::FilterKey key) 
       return &section.black_suffix;
     case BlackList2::FILTER_KEY_NAME:
       return &section.black_name;
-    case BlackList2::FILTER_KEY_PATH:
-      return &section.black_dir_prefix;
     default:
       return nullptr;
   }
+}
+value_type_string_set* SetOf(CommonSection& section, BlackList2::FilterKey key) {
+  return key == BlackList2::FILTER_KEY_PATH ? &section.black_dir_prefix : CommonSetOf(section, key);
 }
 value_type_string_set* SetOf(FileSection& section, BlackList2::FilterKey key) {
-  switch (key) {
-    case BlackList2::FILTER_KEY_PREFIX:
-      return &section.black_prefix;
-    case BlackList2::FILTER_KEY_SUFFIX:
-      return &section.black_suffix;
-    case BlackList2::FILTER_KEY_NAME:
-      return &section.black_name;
-    case BlackList2::FILTER_KEY_EXT:
-      return &section.black_ext;
-    case BlackList2::FILTER_KEY_GLOB:
-      return &section.black_glob;
-    default:
-      return nullptr;
-  }
+  if (key == BlackList2::FILTER_KEY_EXT) return &section.black_ext;
+  return key == BlackList2::FILTER_KEY_GLOB ? &section.black_glob : CommonSetOf(section, key);
 }
 value_type_string_set* SetOf(DirectorySection& section, BlackList2::FilterKey key) {
-  switch (key) {
-    case BlackList2::FILTER_KEY_PREFIX:
-      return &section.black_prefix;
-    case BlackList2::FILTER_KEY_SUFFIX:
-      return &section.black_suffix;
-    case BlackList2::FILTER_KEY_NAME:
-      return &section.black_name;
-    default:
-      return nullptr;
-  }
+  return CommonSetOf(section, key);
 }
 
 template <class Section>

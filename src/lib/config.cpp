@@ -5,14 +5,13 @@
 #include <optional>
 #include <string>
 
-#include "platform/files.h"
+#include "platform/whole-file.h"
 
 namespace tolven {
 
 namespace {
 
 constexpr std::size_t kLongestLine = 8191;
-constexpr std::size_t kReadSize = 16384;
 
 bool IsSpace(char c) { return (c >= 9 && c <= 13) || c == ' '; }
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }
@@ -62,19 +61,6 @@ std::string_view TakeLine(std::string_view& text) {
   return line.substr(0, line.find('\0'));
 }
 
-bool ReadWhole(const ustring& path, std::string& text) {
-  platform::ScopedFile file;
-  if (!platform::files().Open(path, platform::OpenMode::kRead, *file.receive()).ok()) return false;
-  std::size_t got = 0;
-  do {
-    const std::size_t size = text.size();
-    text.resize(size + kReadSize);
-    if (!platform::files().Read(file.get(), text.data() + size, kReadSize, got).ok()) return false;
-    text.resize(size + got);
-  } while (got != 0);
-  return true;
-}
-
 // How `value` is written, or nothing when it has no form.
 std::optional<std::string> Quoted(std::string_view value) {
   bool blank = value.empty();
@@ -91,20 +77,11 @@ std::optional<std::string> Quoted(std::string_view value) {
   return std::nullopt;
 }
 
-bool WriteWhole(const ustring& path, const std::string& text) {
-  platform::Files& files = platform::files();
-  platform::ScopedFile file;
-  if (!files.Open(path, platform::OpenMode::kTruncate, *file.receive()).ok()) return false;
-  std::size_t written = 0;
-  return files.Write(file.get(), text.data(), text.size(), written).ok() &&
-         files.Sync(file.get()).ok() && files.Close(file.Release()).ok();
-}
-
 }  // namespace
 
 int Config::read(const ustring& path) {
   std::string text;
-  if (path.empty() || !ReadWhole(path, text)) return -1;
+  if (path.empty() || !platform::ReadWholeFile(path, text).ok()) return -1;
   return parse(text);
 }
 
@@ -143,11 +120,7 @@ int Config::write(const ustring& path) const {
     if (!rest.empty() || !quoted) return -1;
     text.append(key.view()).append("=").append(*quoted).append("\n");
   }
-  if (path.empty()) return -1;
-  const ustring draft = path + ".new";
-  if (WriteWhole(draft, text) && platform::files().Rename(draft, path).ok()) return 0;
-  (void)platform::files().RemoveFile(draft);
-  return -1;
+  return !path.empty() && platform::ReplaceWholeFile(path, text).ok() ? 0 : -1;
 }
 
 const ustring& Config::operator[](const ustring& key) const {

@@ -64,6 +64,22 @@ bool IsMissing(const Status& status) {
   return status.is(ErrorKind::kNotFound) || status.is(ErrorKind::kNotDirectory);
 }
 
+// False, logged, when the volume cannot be told.
+bool LookAtVolume(const ustring& path, bool& coarse) {
+  ustring name;
+  Status status = platform::volumes().FileSystemName(path, name);
+  if (status.ok()) status = platform::volumes().IsCoarseTimed(path, coarse);
+  if (!status.ok()) {
+    Logger::LogMsg(Logger::L_ERR, kCategory,
+                   L"[ERROR] file-op-win(%d): GetVolumeInformation: Error code %d\n", __LINE__,
+                   status.code);
+  } else if (coarse) {
+    Logger::LogMsg(Logger::L_WARNING, kCategory,
+                   L"[WARNING] file-op-win(%d): Detect a non-NTFS platform (%s)\n", __LINE__, name);
+  }
+  return status.ok();
+}
+
 void LogFindFailure(const ustring& path, const Status& status) {
   Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] file-op-win(%d): FindFirstFile: %d [%s, %s]\n",
                  __LINE__, status.code, path, platform::StatusText(status));
@@ -91,21 +107,9 @@ int FSInit(const ustring& path) {
                    L"[ERROR] file-op-win(%d): FSInit: Invalid path (%s)\n", __LINE__, path);
     return -1;
   }
-  ustring name;
   bool coarse = false;
-  Status status = platform::volumes().FileSystemName(path, name);
-  if (status.ok()) status = platform::volumes().IsCoarseTimed(path, coarse);
-  if (!status.ok()) {
-    Logger::LogMsg(Logger::L_ERR, kCategory,
-                   L"[ERROR] file-op-win(%d): GetVolumeInformation: Error code %d\n", __LINE__,
-                   status.code);
-    return -1;
-  }
-  if (coarse) {
-    Logger::LogMsg(Logger::L_WARNING, kCategory,
-                   L"[WARNING] file-op-win(%d): Detect a non-NTFS platform (%s)\n", __LINE__, name);
-    coarse_times = true;
-  }
+  if (!LookAtVolume(path, coarse)) return -1;
+  if (coarse) coarse_times = true;
   return 0;
 }
 
@@ -119,21 +123,8 @@ bool IsMSDOS(const ustring& path) {
                    path);
     return false;
   }
-  ustring name;
   bool coarse = false;
-  Status status = platform::volumes().FileSystemName(path, name);
-  if (status.ok()) status = platform::volumes().IsCoarseTimed(path, coarse);
-  if (!status.ok()) {
-    Logger::LogMsg(Logger::L_ERR, kCategory,
-                   L"[ERROR] file-op-win(%d): GetVolumeInformation: Error code %d\n", __LINE__,
-                   status.code);
-    return false;
-  }
-  if (coarse) {
-    Logger::LogMsg(Logger::L_WARNING, kCategory,
-                   L"[WARNING] file-op-win(%d): Detect a non-NTFS platform (%s)\n", __LINE__, name);
-  }
-  return coarse;
+  return LookAtVolume(path, coarse) && coarse;
 }
 
 bool isMountPoint(const ustring& path) {

@@ -136,6 +136,18 @@ TEST_F(App, StartsAndStopsItsTasksInOrder) {
   EXPECT_EQ(journal.Take(), expected);
 }
 
+TEST_F(App, MakesPausesAndEndsAllTasksForWhoeverAsks) {
+  ASSERT_EQ(app.init_members(), 0);
+  app.pause_all();
+  app.resume_all();
+  app.destroy_members();
+  std::vector<std::string> expected;
+  for (const char* what : {" pause", " resume", " gone"}) {
+    for (int i = 0; i < 8; ++i) expected.push_back(std::to_string(i) + what);
+  }
+  EXPECT_EQ(journal.Take(), expected);
+}
+
 TEST_F(App, PausesAndInterruptsAllWorkersButTheFirst) {
   Do(Request("link"));
   Do(Request("pause", {"session_id"}, 7));

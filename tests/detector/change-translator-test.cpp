@@ -37,12 +37,12 @@ class FakeWorld : public ChangeWorld {
 
 // What a row of records gives, as "TYPE path[/ for a directory][ > new path]".
 std::string Feed(FakeWorld& world, const std::vector<platform::WatchRecord>& records,
-                 std::uint64_t sess_id = 7) {
+                 std::uint64_t sess_id = 7, const char* root = "/home/me") {
   ChangeTranslator translator(world, {"/home/me/.local/share/Tolvenhub"});
   std::string text;
   for (const platform::WatchRecord& record : records) {
     Event event;
-    if (translator.Translate(event, sess_id, "/home/me", record) != 0) continue;
+    if (translator.Translate(event, sess_id, root, record) != 0) continue;
     EXPECT_EQ(event.m_sess_id, sess_id);
     if (!text.empty()) text += ", ";
     text += std::string(Event::TypeText(event.m_type)).substr(3) + " " + event.m_path.str();
@@ -97,6 +97,14 @@ TEST(ChangeTranslator, TellsWhatEachRecordMeans) {
   }
   EXPECT_EQ(world.recreated, 0);
   EXPECT_EQ(Feed(world, {{2, "gone"}}, 8), "");  // a session that nobody knows
+}
+
+TEST(ChangeTranslator, KnowsPrivateFoldersBelowARootThatEndsInASeparator) {
+  FakeWorld world;
+  world.nodes = {{"/home/me/f", Node::FILE}, {"/home/me/.local/share/Tolvenhub/db", Node::FILE}};
+  world.long_paths = {{"/home/ME~1/f", "/home/me/f"}};
+  EXPECT_EQ(Feed(world, {{1, "home/me/.local/share/Tolvenhub/db"}}, 7, "/"), "");
+  EXPECT_EQ(Feed(world, {{1, "home/ME~1/f"}}, 7, "/"), "ADD /home/me/f");
 }
 
 TEST(ChangeTranslator, HasTheWorkingDirectoryMadeAnew) {

@@ -149,6 +149,17 @@ TEST_F(EventDb, EachColumnComesBackFromTheRowAndFromWhatIsParked) {
   back.signaturePath.clear();
   EXPECT_EQ(back.ToPObject().toString(), info.ToPObject().toString());
 
+  ustring found;
+  EXPECT_TRUE(db_.getMacAttributeByHash(info.macHash, found) == 1 && found == "/p/x");
+  EXPECT_TRUE(db_.getZentACLByHash(info.aclHash, found) == 1 && found == info.aclAttribute);
+  EXPECT_EQ(db_.getSharePrivilegeByHash(info.sharePrivHash, seen), 1);
+  EXPECT_TRUE(seen.sharePrivDisabled == info.sharePrivDisabled &&
+              seen.sharePrivDenyList == info.sharePrivDenyList &&
+              seen.sharePrivRoList == info.sharePrivRoList &&
+              seen.sharePrivRwList == info.sharePrivRwList &&
+              seen.sharePrivHash == info.sharePrivHash);
+  EXPECT_EQ(db_.getZentACLByHash("no such", found), 0);
+
   const auto expect_server_view = [&](std::uint64_t number, std::uint32_t mode) {
     ASSERT_EQ(db_.getServerEventByPath("/p/x", seen), 1);
     EXPECT_EQ(seen.syncID, number);

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -8,6 +9,8 @@
 #include "client/event-dump.h"
 #include "client/event-list2.h"
 #include "lib/file-status-db.h"
+#include "lib/log.h"
+#include "support/temp-folder.h"
 
 namespace tolven {
 namespace {
@@ -251,6 +254,23 @@ TEST(EventTree, ServesManyThreads) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(finished, 2 * kFiles);
   EXPECT_TRUE(list.IsEmpty());
+}
+
+TEST(EventTree, WritesEveryNodeToTheLog) {
+  const test::TempFolder folder;
+  test::WriteFile(folder / "levels", "event_list_debug=7\n");
+  EventList2 list;
+  list.Push(Make("/dir/file", Event::EV_REMOVE, kServer, 5));
+  ASSERT_EQ(Logger::Initialize(Logger::FILE_LOGGER, folder / "log", folder / "levels", 2), 0);
+  list.TraverseTree();
+  list.Print();
+  Logger::Destroy();
+  const std::string log = test::ReadFile(folder / "log");
+  EXPECT_THAT(log, testing::HasSubstr("========TraverseTree , server_event_count = [1], "
+                                      "local_event_count=[0] =========\n"));
+  EXPECT_THAT(log, testing::HasSubstr("file [server] name = [file], status = [WAITING], type = "
+                                      "[EV_REMOVE], path = [/dir/file]\n"));
+  EXPECT_THAT(log, testing::HasSubstr("  dir 'dir' DONE EV_EMPTY (local)\n"));
 }
 
 TEST(EventTree, NamesModesForTheLog) {

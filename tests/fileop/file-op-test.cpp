@@ -239,7 +239,9 @@ class CoarseVolumes : public platform::Volumes {
  public:
   CoarseVolumes() { platform::SetVolumes(this); }
   ~CoarseVolumes() override { platform::SetVolumes(nullptr); }
-  platform::DriveKind KindOf(const ustring&) override { return platform::DriveKind::kFixed; }
+  platform::DriveKind KindOf(const ustring& path) override {
+    return path == "/far" ? platform::DriveKind::kRemote : platform::DriveKind::kFixed;
+  }
   Status FileSystemName(const ustring&, ustring& name) override {
     name = "vfat";
     return {};
@@ -264,6 +266,7 @@ TEST(FileOpTimes, ExactUntilACoarseVolumeTakesPart) {
 
   CoarseVolumes volumes;
   EXPECT_TRUE(IsMSDOS("/x"));
+  EXPECT_TRUE(isMountPoint("/far") && !isMountPoint("/x"));
   EXPECT_FALSE(FSTimeEqual(100, 101)) << "IsMSDOS only looks";
   EXPECT_EQ(FSInit("/x"), 0);
   EXPECT_TRUE(FSTimeEqual(100, 101) && FSTimeEqual(101, 100));

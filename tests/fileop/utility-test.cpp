@@ -93,6 +93,9 @@ TEST(Utility, UserNamesAndWideText) {
   EXPECT_EQ(UTF8ToNativeStr(std::string(8193, 'x'), wide), -1);
   EXPECT_EQ(NativeStrToCodePage(u"abc", narrow), 0);
   EXPECT_EQ(narrow, "abc");
+  EXPECT_EQ(CodePageToNativeStr(narrow, wide), 0);
+  EXPECT_EQ(wide, u"abc");
+  EXPECT_EQ(CodePageToNativeStr(std::string(8193, 'x'), wide), -1);
   ustring host;
   EXPECT_EQ(GetSysHostName(host), 0);
   EXPECT_FALSE(host.empty());

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "client/core/settings.h"
+#include "lib/ipc-listener.h"
+#include "lib/ipc-sender.h"
 #include "lib/log.h"
 #include "lib/ui-ipc.h"
 #include "lib/ui-report-queue.h"
@@ -130,6 +132,21 @@ TEST(UiIpc, ReportsInOrderWithTheKeysOfEachKind) {
                                          R"(, "notify": "error", "sess_id": 7})");
   EXPECT_EQ(ui.Receive().toString(), ustring(R"({"action": "connection_terminate"})"));
   UiReportQueue::getInstance().Stop(std::chrono::minutes(1));
+}
+
+TEST(UiIpc, HearsAUiThatKeepsItsConnection) {
+  IPCListener listener;
+  IPCSender far;
+  ASSERT_EQ(far.connect(listener.prepare(23'000)), 0);
+  ASSERT_TRUE(listener.isReady());
+  UI_IPC ui;
+  ASSERT_EQ(ui.Open(listener.accept()), 0);
+  PObject message;
+  ASSERT_EQ(far.send(PObject("hello")), 0);
+  EXPECT_EQ(ui.Recv(message), 0);
+  EXPECT_EQ(message.asString(), "hello");
+  ui.Destroy();
+  EXPECT_LT(ui.Recv(message), 0);
 }
 
 TEST(UiIpc, LogsWhatCannotBeDelivered) {

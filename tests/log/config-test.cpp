@@ -82,6 +82,7 @@ TEST(Config, KeepsTheOldFileUntilTheNewOneIsWhole) {
   Config config;
   EXPECT_EQ(config.read(""), -1);
   EXPECT_EQ(config.read(path), -1);
+  test::WriteFile(path + ".new", "left by a crash");
   for (const char* value : {"plain", "two words", "it's", "'", "say \"hi\"", "", "#", "a\\b"}) {
     config.set("key", value);
     ASSERT_EQ(config.write(path), 0) << value;

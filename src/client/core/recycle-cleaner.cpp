@@ -4,6 +4,7 @@
 #include <set>
 
 #include "client/core/session-layout.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/file-op.h"
 #include "lib/log.h"
@@ -107,7 +108,7 @@ int RecycleCleaner::Rotate() {
 }
 
 ustring RecycleCleaner::GetRecycleBinDir() const {
-  return context.entry.local_path + "/" + kWorkingDirectory + "/" + kRecycleBin;
+  return JoinPath(context.entry.local_path, kWorkingDirectory) + "/" + kRecycleBin;
 }
 
 }  // namespace tolven

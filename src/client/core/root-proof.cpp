@@ -3,6 +3,7 @@
 #include <string>
 
 #include "client/core/session-layout.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/error-table.h"
 #include "lib/file-op.h"
@@ -20,7 +21,7 @@ constexpr char kIdKey[] = "root_id";
 constexpr std::size_t kIdBytes = 64;  // more than any id has
 
 ustring IdPath(const ustring& local_path) {
-  return local_path + "/" + kWorkingDirectory + "/" + kRootIdFile;
+  return JoinPath(local_path, kWorkingDirectory) + "/" + kRootIdFile;
 }
 
 // The text in the file, empty when there is none.

@@ -208,7 +208,7 @@ int SessionSetup::ProveRoot() {
 }
 
 int SessionSetup::MakeWorkingDirectory() {
-  const ustring working_directory = entry_.local_path + "/" + kWorkingDirectory;
+  const ustring working_directory = JoinPath(entry_.local_path, kWorkingDirectory);
   if (FSRemove(working_directory, false) < 0 || FSMKDir(working_directory, true) < 0) {
     return Fail(__LINE__, L"[ERROR] app(%d): Failed to create working directory at %s.\n",
                 working_directory);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "client/core/session-layout.h"
+#include "client/event-path.h"
 #include "client/windows/detector-log.h"
 #include "platform/paths.h"
 
@@ -40,16 +41,30 @@ const char* ActionText(std::uint32_t action) {
   return "FILE_ACTION_UNKNOWN";
 }
 
-ustring WithSlashes(const ustring& path) {
-  std::string text = path.str();
+ustring WithSlashes(std::string text) {
   std::replace_if(text.begin(), text.end(), platform::IsPathSeparator, '/');
-  return ustring(text);
+  return ustring(std::move(text));
 }
 
 bool EqualsWithoutCase(std::string_view a, std::string_view b) {
   const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [&lower](char x, char y) { return lower(x) == lower(y); });
+}
+
+// Makes `path` what `spelled` is called below the root, which the system may spell otherwise than
+// we do. False, leaving it alone, when the place does not lie there.
+bool TakeSpelling(const ustring& spelled, const ustring& root, ustring& path) {
+  const ustring full = WithSlashes(spelled.str());
+  std::string_view folder = root.view();
+  if (folder.ends_with('/')) folder.remove_suffix(1);
+  const std::string_view head = full.view().substr(0, folder.size());
+  const bool ignores_case = platform::IsPathSeparator('\\');
+  if (head != folder && !(ignores_case && EqualsWithoutCase(head, folder))) return false;
+  const std::string_view below = full.view().substr(head.size());
+  if (below.size() < 2 || below.front() != '/') return false;
+  path = ustring(below);
+  return true;
 }
 
 // Whether some component of `path` is the working directory, and which.
@@ -74,7 +89,9 @@ bool IsRecycleBin(std::string_view path) {
 }  // namespace
 
 ChangeTranslator::ChangeTranslator(ChangeWorld& world, std::vector<ustring> private_dirs)
-    : world_(world), private_dirs_(std::move(private_dirs)) {}
+    : world_(world), private_dirs_(std::move(private_dirs)) {
+  for (ustring& prefix : private_dirs_) prefix = WithSlashes(prefix.str());
+}
 
 int ChangeTranslator::Translate(Event& event, std::uint64_t sess_id, const ustring& root,
                                 const platform::WatchRecord& record) {
@@ -82,16 +99,13 @@ int ChangeTranslator::Translate(Event& event, std::uint64_t sess_id, const ustri
   DETECTOR_DEBUG("%s '%s'\n", ActionText(action), record.name);
   event.clear();
   event.m_sess_id = sess_id;
-  ustring full = root + "/" + record.name;
+  ustring path = WithSlashes("/" + record.name.str());
+  ustring full = JoinPath(root, path.view());
   if (!IsGone(action)) {
-    DETECTOR_DEBUG("original full path: '%s', path: '%s'\n", full, full.view().substr(root.size()));
-    const ustring spelled = world_.LongPath(full);
-    if (spelled.view().starts_with(root.view())) full = spelled;
-    DETECTOR_DEBUG("converted full path: '%s', path: '%s'\n", full,
-                   full.view().substr(root.size()));
+    DETECTOR_DEBUG("original full path: '%s', path: '%s'\n", full, path);
+    if (TakeSpelling(world_.LongPath(full), root, path)) full = JoinPath(root, path.view());
+    DETECTOR_DEBUG("converted full path: '%s', path: '%s'\n", full, path);
   }
-  full = WithSlashes(full);
-  const ustring path(full.view().substr(root.size()));
 
   if (IsPrivate(full)) return EndRenameOutside(event, action);
   if (IsFromWorkingDirectory(root, path, action, sess_id)) return EndRenameOutside(event, action);

@@ -57,7 +57,7 @@ class ChangeTranslator {
                               std::uint64_t sess_id);
 
   ChangeWorld& world_;
-  const std::vector<ustring> private_dirs_;
+  std::vector<ustring> private_dirs_;       // with "/" as separator
   std::map<std::uint64_t, ustring> cache_;  // old path of a rename, until its new name comes
 };
 

@@ -6,8 +6,17 @@
 namespace tolven {
 
 namespace {
+
 constexpr char kCategory[] = "detector_vol_debug";
+constexpr char kLoopCategory[] = "runloop_debug";
+
+void OnVolumeGone(const ustring& volume) {
+  Logger::LogMsg(Logger::L_ERR, kLoopCategory,
+                 L"[ERROR] runloop-win(%d): WinProcCallback: DBT_DEVICEREMOVECOMPLETE\n", __LINE__);
+  WinUmountNotifyer::GetInstance().NotifyUnmount(volume);
 }
+
+}  // namespace
 
 DetectorVol::DetectorVol() : monitor_(platform::volumes().NewMonitor()) {}
 
@@ -27,9 +36,11 @@ int DetectorVol::Stop() {
 void DetectorVol::DoTask() {
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] detector-win-vol(%d): DetectorVol:start\n",
                  __LINE__);
-  const platform::Status status = monitor_->Run(
-      [](const ustring& volume) { WinUmountNotifyer::GetInstance().NotifyUnmount(volume); });
+  const platform::Status status = monitor_->Run(OnVolumeGone);
   if (!status.ok()) {
+    Logger::LogMsg(Logger::L_ERR, kLoopCategory,
+                   L"[ERROR] runloop-win(%d): WinRunLoop: CreateWindowEx Failed(%d)\n", __LINE__,
+                   status.code);
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] detector-win-vol(%d): Failed to InitWindowClass\n", __LINE__);
   }

@@ -1,5 +1,5 @@
 // The task that waits for volumes to go away and has the sessions on them reported. Messages go to
-// "detector_vol_debug".
+// "detector_vol_debug", those of the system's notification to "runloop_debug".
 #pragma once
 
 #include <cstdint>

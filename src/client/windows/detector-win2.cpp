@@ -88,7 +88,8 @@ void Detector::DoTask() {
       continue;
     }
     CareForWatches();
-    if (WaitHandle() < 1) continue;
+    // A wait that failed does not tell by which watch; reading them all does.
+    if (WaitHandle() == 0) continue;
     ReadFromHandle();
     ReadFromBuffer();
   }
@@ -110,14 +111,16 @@ int Detector::WaitHandle() {
   for (int i = 0; i < kWaitsOfARound && GetState() == RUN; ++i) {
     platform::Status status;
     const int ready = platform::dir_watch().Wait(watches, kWaitMilliseconds, status);
+    if (ready < -1) {
+      if (!wait_failed_) DETECTOR_ERROR("WaitForMultipleObjects: Error Code: %d\n", status.code);
+      wait_failed_ = true;
+      Wait(1);
+      return -1;
+    }
+    wait_failed_ = false;
     if (ready >= 0) {
       DETECTOR_DEBUG("Events at index %d\n", ready);
       return 1;
-    }
-    if (ready < -1) {
-      DETECTOR_ERROR("WaitForMultipleObjects: Error Code: %d\n", status.code);
-      Wait(1);
-      return -1;
     }
   }
   DETECTOR_DEBUG("No incoming events\n");
@@ -143,8 +146,11 @@ void Detector::ReadWatch(std::uint64_t sess_id, session_info& info) {
       translator_.Forget(sess_id);
       EventManager::getInstance().IssueRescan(sess_id, "/", false);
       break;
-    case platform::WatchResult::kGone:
     case platform::WatchResult::kFailed:
+      DETECTOR_ERROR("GetOverlappedResult: Error Code %d\n", status.code);
+      Lose(sess_id, info, status);
+      break;
+    case platform::WatchResult::kGone:
       Lose(sess_id, info, status);
       break;
     case platform::WatchResult::kLimit:

@@ -45,7 +45,7 @@ class Detector : public Task {
   };
   using Watches = std::vector<std::shared_ptr<platform::DirWatch>>;
 
-  // 1: something can be read, 0: nothing came, -1: the wait failed.
+  // 1: something can be read, 0: nothing came, -1: the wait failed, a second ago.
   int WaitHandle() EXCLUDES(lock);
   void ReadFromHandle() EXCLUDES(lock);
   void ReadFromBuffer() EXCLUDES(lock);
@@ -60,6 +60,7 @@ class Detector : public Task {
   static void PushEvent(const Event& event);
 
   DetectorWorld world_;
+  bool wait_failed_ = false;  // and was told; belongs to the task's thread
   Mutex lock;
   std::map<std::uint64_t, session_info> index GUARDED_BY(lock);
   ChangeTranslator translator_ GUARDED_BY(lock);

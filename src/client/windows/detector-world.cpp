@@ -3,6 +3,7 @@
 #include "client/core/registry.h"
 #include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/file-op.h"
 #include "platform/files.h"
@@ -44,7 +45,7 @@ void DetectorWorld::RecreateWorkingDirectory(std::uint64_t sess_id, const ustrin
 }
 
 void CreateWorkingDirectory(const ustring& root) {
-  const ustring working_directory = root + "/" + kWorkingDirectory;
+  const ustring working_directory = JoinPath(root, kWorkingDirectory);
   const ustring recycle_bin = working_directory + "/" + kRecycleBin;
   for (const ustring& folder : {working_directory, recycle_bin}) {
     FSMKDir(folder, false);

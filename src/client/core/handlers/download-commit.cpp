@@ -1,6 +1,7 @@
 // What the database remembers of a download. Always after the disk.
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
+#include "client/core/helpers/handler-helper.h"
 #include "client/core/helpers/recent-commits.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
@@ -36,25 +37,9 @@ void TakeVersion(const Event& event, DBFileInfo& record) {
   record.macHash = event.m_mac_attr_hash;
 }
 
-// What an answer does not tell stays.
 void TakeServerAttributes(const PObject& response, DBFileInfo& record) {
-  if (const PObject& exec_bit = response["exec_bit"]; exec_bit.isMap()) {
-    record.serverExecBit = exec_bit["exec_bit"].asBool() ? 1 : 0;
-  }
-  if (const PObject& mode = response["unix_perm"]; mode.isMap()) {
-    record.serverUnixUid = mode["uid"].asUInt32();
-    record.serverUnixGid = mode["gid"].asUInt32();
-    record.serverUnixMode = mode["mode"].asUInt32();
-  }
-  if (const PObject& acl = response["zentrova_acl"]; acl.isMap()) {
-    record.serverAclAttribute = acl["acl"].asString();
-    record.serverAclHash = acl["hash"].asString();
-  }
+  HandlerHelper::TakeServerAttributes(response, record);
   if (const PObject& priv = response["share_priv"]; priv.isMap()) {
-    record.serverSharePrivDisabled = priv["disabled"].asUInt32();
-    record.serverSharePrivDenyList = priv["deny_list"].asString();
-    record.serverSharePrivRoList = priv["ro_list"].asString();
-    record.serverSharePrivRwList = priv["rw_list"].asString();
     record.serverSharePrivHash = priv["hash"].asString();
   }
 }

@@ -3,6 +3,7 @@
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 
 namespace tolven {
@@ -13,7 +14,7 @@ int DownloadRemoteHandler::ClearWay() {
   for (std::size_t slash = path.find('/', 1); slash != std::string_view::npos;
        slash = path.find('/', slash + 1)) {
     const ustring above(path.substr(0, slash));
-    const File object(context.GetLocalWatch() + above, true);
+    const File object(JoinPath(context.GetLocalWatch(), above.view()), true);
     if (!object.Exists()) return 0;
     if (!object.IsDirectory()) return ClearObjectAbove(above, object);
   }

@@ -55,24 +55,7 @@ void TakeAnswered(const PObject& response, DBFileInfo& record) {
   record.syncID = response["sync_id"].asUInt64();
   record.maxSyncID = response["max_id"].asUInt64();
   record.fileType = response["is_dir"].asBool() ? 1 : 0;
-  if (const PObject& exec_bit = response["exec_bit"]; exec_bit.isMap()) {
-    record.serverExecBit = exec_bit["exec_bit"].asBool() ? 1 : 0;
-  }
-  if (const PObject& mode = response["unix_perm"]; mode.isMap()) {
-    record.serverUnixUid = mode["uid"].asUInt32();
-    record.serverUnixGid = mode["gid"].asUInt32();
-    record.serverUnixMode = mode["mode"].asUInt32();
-  }
-  if (const PObject& acl = response["zentrova_acl"]; acl.isMap()) {
-    record.serverAclAttribute = acl["acl"].asString();
-    record.serverAclHash = acl["hash"].asString();
-  }
-  if (const PObject& priv = response["share_priv"]; priv.isMap()) {
-    record.serverSharePrivDisabled = priv["disabled"].asUInt32();
-    record.serverSharePrivDenyList = priv["deny_list"].asString();
-    record.serverSharePrivRoList = priv["ro_list"].asString();
-    record.serverSharePrivRwList = priv["rw_list"].asString();
-  }
+  HandlerHelper::TakeServerAttributes(response, record);
   // Under a key of its own, unlike the others.
   if (const PObject& priv = response["share_privilege"]; priv.isMap()) {
     record.serverSharePrivHash = priv["hash"].asString();

@@ -72,6 +72,27 @@ void HandlerHelper::InitTokenRequest(PObject& request, const std::string& action
   request["view_id"] = context.GetEntry().view_id;
 }
 
+void HandlerHelper::TakeServerAttributes(const PObject& response, DBFileInfo& record) {
+  if (const PObject& exec_bit = response["exec_bit"]; exec_bit.isMap()) {
+    record.serverExecBit = exec_bit["exec_bit"].asBool() ? 1 : 0;
+  }
+  if (const PObject& mode = response["unix_perm"]; mode.isMap()) {
+    record.serverUnixUid = mode["uid"].asUInt32();
+    record.serverUnixGid = mode["gid"].asUInt32();
+    record.serverUnixMode = mode["mode"].asUInt32();
+  }
+  if (const PObject& acl = response["zentrova_acl"]; acl.isMap()) {
+    record.serverAclAttribute = acl["acl"].asString();
+    record.serverAclHash = acl["hash"].asString();
+  }
+  if (const PObject& priv = response["share_priv"]; priv.isMap()) {
+    record.serverSharePrivDisabled = priv["disabled"].asUInt32();
+    record.serverSharePrivDenyList = priv["deny_list"].asString();
+    record.serverSharePrivRoList = priv["ro_list"].asString();
+    record.serverSharePrivRwList = priv["rw_list"].asString();
+  }
+}
+
 ustring HandlerHelper::RemotePath(const EventContext& context) {
   const ustring& watch = context.GetRemoteWatch();
   if (watch.empty() || watch == "/") return context.GetPath();

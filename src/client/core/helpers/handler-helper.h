@@ -21,6 +21,9 @@ struct HandlerHelper {
   // Starts one on the transfer that a token stands for.
   static void InitTokenRequest(PObject& request, const std::string& action,
                                const EventContext& context);
+  // Takes what an answer tells of the server's attributes into a record, but for the hash of the
+  // share's; what it does not tell stays.
+  static void TakeServerAttributes(const PObject& response, DBFileInfo& record);
   // The event's path as the server has it.
   static ustring RemotePath(const EventContext& context);
   // Whether the session's folder is the one that it was; only then an absence in it says anything,
