@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -70,9 +71,9 @@ class Faults : public ::testing::TestWithParam<Kind> {
   }
 
   // Until the sync has come to its end.
-  static bool Settle(const SmallSync::Run& run) {
+  bool Settle(const SmallSync::Run& run) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!run.Differences().empty()) {
+    while (!run.Differences().empty() || !engine_->IsIdle()) {
       if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(kLook);
     }
@@ -81,7 +82,7 @@ class Faults : public ::testing::TestWithParam<Kind> {
   // The same, or until nothing happens any more: a change may be forgotten until the next sync.
   bool SettleOrGiveUp(const SmallSync::Run& run) {
     auto busy = std::chrono::steady_clock::now();
-    while (!run.Differences().empty()) {
+    while (!run.Differences().empty() || !engine_->IsIdle()) {
       if (!engine_->IsIdle()) busy = std::chrono::steady_clock::now();
       if (std::chrono::steady_clock::now() - busy > kQuiet) return false;
       std::this_thread::sleep_for(kLook);
@@ -99,8 +100,10 @@ class Faults : public ::testing::TestWithParam<Kind> {
     const bool settled = added && SettleOrGiveUp(run);
     const bool failed = plan_.failures() > 0;
     SCOPED_TRACE("call " + std::to_string(nth) + ", " + Failed());
-    if (settled && ResumeTransMgr::GetInstance().Size() == 0 && Failed() != "RemoveFile") {
-      EXPECT_EQ(run.LeftOvers(), std::vector<std::string>());
+    if (settled && ResumeTransMgr::GetInstance().Size() == 0) {
+      // What could not be removed waits for the next start.
+      EXPECT_LE(run.LeftOvers().size(), files_ ? 1U : 0U)
+          << ::testing::PrintToString(run.LeftOvers());
     }
     plan_.Clear();
     EXPECT_TRUE(engine_->Start(run.peer(), run.place()));
@@ -137,13 +140,14 @@ class Faults : public ::testing::TestWithParam<Kind> {
 TEST_P(Faults, OfOneCallHealWithTheNextSync) {
   const SmallSync sync(*engine_);
   const unsigned step = Step(sync);
+  std::cout << "every " << step << " of the calls" << std::endl;
   unsigned nth = 1;
   while (Check(sync, nth)) {
     if (HasFailure()) break;
     nth += step;
   }
   EXPECT_GT(nth, 10U);
-  RecordProperty("calls", static_cast<int>(nth));
+  std::cout << nth << " calls\n";
 }
 
 INSTANTIATE_TEST_SUITE_P(OneCall, Faults,
