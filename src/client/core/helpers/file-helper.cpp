@@ -144,8 +144,8 @@ int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
     if (known == 1 && !found) {
       const File file(full_path, true);
       failed = !file.IsKnown();
-      found = (!failed && !file.IsFile()) || !IsWeaklyEqual(context, file, record) ||
-              HasOtherContent(context, file, record, entry.name, abort_flag);
+      found = !failed && (!file.IsFile() || !IsWeaklyEqual(context, file, record) ||
+                          HasOtherContent(context, file, record, entry.name, abort_flag));
     }
     return !found && !failed;
   };
