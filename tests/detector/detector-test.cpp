@@ -192,10 +192,14 @@ TEST_F(DetectorTest, AFolderThatIsAwayMakesNoEventsAndIsRescannedWhenItIsBack) {
   DetectorPeer::Round(detector);
   EXPECT_EQ(service.opened, 2);
   EXPECT_EQ(TakeEvents(), (Events{"EV_MODIFY /", "RESCAN /"}));
-  // Another folder with the right id is the right folder.
+  // Another folder with the right id is the right folder, but the watch is on the old one.
   fs::copy(root_.str(), (folder_ / "copy").str(), fs::copy_options::recursive);
   fs::remove_all(root_.str());
   fs::rename((folder_ / "copy").str(), root_.str());
+  clock.Advance(std::chrono::seconds(2));
+  DetectorPeer::Round(detector);
+  EXPECT_EQ(service.opened, 3);
+  EXPECT_EQ(TakeEvents(), (Events{"EV_MODIFY /", "RESCAN /"}));
   service.last->results = {platform::WatchResult::kFailed};
   DetectorPeer::Round(detector);
   clock.Advance(std::chrono::seconds(10));

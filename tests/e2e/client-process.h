@@ -233,11 +233,20 @@ class ClientProcess {
     }
     sqlite3_close(db);
   }
-  // What the UI was told, by type.
-  int Told(const std::string& type) const {
+  // How often the UI was told of an error of session or connection.
+  int ToldError(int code) const {
     const std::lock_guard lock(mutex_);
-    const auto found = told_.find(type);
+    const auto found = told_.find(code);
     return found == told_.end() ? 0 : found->second;
+  }
+  // What transfers have left, or are using, in the working directory.
+  std::vector<std::string> TemporaryFiles() const {
+    std::vector<std::string> names;
+    for (const auto& item : fs::directory_iterator(working_directory())) {
+      const std::string name = item.path().filename().string();
+      if (name != "#ZentRecycle" && name != "#RootId") names.push_back(name);
+    }
+    return names;
   }
 
  private:
@@ -249,7 +258,7 @@ class ClientProcess {
       if (!ui_.TryReceive(message)) continue;
       if (message.hasMember("daemon_port")) port_ = message["daemon_port"].asInt32();
       const std::lock_guard lock(mutex_);
-      ++told_[message["notify_type"].asString().str()];
+      if (message["notify"].asString() == "error") ++told_[message["error_type"].asInt32()];
     }
   }
   // For whoever looks into a failure.
@@ -274,7 +283,7 @@ class ClientProcess {
   std::atomic<int> port_{0};
   bool running_ = false;
   mutable std::mutex mutex_;
-  std::map<std::string, int> told_;
+  std::map<int, int> told_;  // errors by code
 };
 
 }  // namespace tolven::test

@@ -26,6 +26,14 @@ class ServerProcess {
     token.pop_back();
     Start();
   }
+  // On a copy of the data of one that was stopped.
+  struct Saved {
+    std::string data, token;
+  };
+  explicit ServerProcess(const Saved& saved) : token(saved.token) {
+    std::filesystem::copy(saved.data, Data(), std::filesystem::copy_options::recursive);
+    Start();
+  }
   ~ServerProcess() { Stop(); }
   ServerProcess(const ServerProcess&) = delete;
   ServerProcess& operator=(const ServerProcess&) = delete;

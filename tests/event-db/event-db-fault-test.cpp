@@ -13,9 +13,9 @@
 #include "client/event-db-functions.h"
 #include "client/file-event-db.h"
 #include "client/file-list.h"
-#include "faulty-vfs.h"
 #include "platform/fault-plan.h"
 #include "platform/forwarding-files.h"
+#include "support/faulty-vfs.h"
 #include "support/temp-folder.h"
 
 namespace tolven {

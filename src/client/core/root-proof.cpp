@@ -24,27 +24,47 @@ ustring IdPath(const ustring& local_path) {
   return JoinPath(local_path, kWorkingDirectory) + "/" + kRootIdFile;
 }
 
-// The text in the file, empty when there is none.
-ustring ReadId(const ustring& local_path) {
+// Takes the text in the file, empty when there is none. False when it could not be read.
+bool ReadId(const ustring& local_path, ustring& id) {
+  id.clear();
   platform::ScopedFile file;
   platform::Files& files = platform::files();
-  if (!files.Open(IdPath(local_path), platform::OpenMode::kRead, *file.receive()).ok()) return {};
+  platform::Status status =
+      files.Open(IdPath(local_path), platform::OpenMode::kRead, *file.receive());
+  if (status.is(platform::ErrorKind::kNotFound) || status.is(platform::ErrorKind::kNotDirectory)) {
+    return true;
+  }
   char text[kIdBytes];
   std::size_t got = 0;
-  if (!files.Read(file.get(), text, sizeof text, got).ok()) return {};
-  const std::string id(text, got);
-  return ustring::is_valid(id) ? ustring(id) : ustring();
+  if (status.ok()) status = files.Read(file.get(), text, sizeof text, got);
+  if (!status.ok()) return false;
+  const std::string found(text, got);
+  if (ustring::is_valid(found)) id = found;
+  return true;
 }
 
-bool WriteId(const ustring& local_path, const ustring& id) {
+bool HasId(const ustring& local_path, const ustring& id) {
+  ustring found;
+  return ReadId(local_path, found) && found == id;
+}
+
+bool WriteText(const ustring& path, const ustring& text) {
   platform::ScopedFile file;
   platform::Files& files = platform::files();
   std::size_t written = 0;
-  const bool ok =
-      files.Open(IdPath(local_path), platform::OpenMode::kTruncate, *file.receive()).ok() &&
-      files.Write(file.get(), id.c_str_utf8(), id.size(), written).ok() &&
-      files.Sync(file.get()).ok();
+  const bool ok = files.Open(path, platform::OpenMode::kTruncate, *file.receive()).ok() &&
+                  files.Write(file.get(), text.c_str_utf8(), text.size(), written).ok() &&
+                  written == text.size() && files.Sync(file.get()).ok();
   return ok && files.Close(file.Release()).ok();
+}
+
+// There is never a moment in which the file is there and does not tell.
+bool WriteId(const ustring& local_path, const ustring& id) {
+  if (HasId(local_path, id)) return true;
+  const ustring draft = IdPath(local_path) + "." + TmpNameGen::getInstance().getTmpName();
+  if (WriteText(draft, id) && FSMoveIntoPlace(draft, IdPath(local_path), true) == 0) return true;
+  FSRemove(draft, false);
+  return false;
 }
 
 ustring NewId() {
@@ -65,7 +85,7 @@ bool RootProof::Look() {
   if (FSStat(local_path_, info, false) != 0 || !info.isExist || info.type != FT_DIR) return false;
   const Identity identity(info.volume_id, info.file_id);
   if (proved_ == identity) return true;
-  if (id_.empty() || ReadId(local_path_) != id_) return false;
+  if (id_.empty() || !HasId(local_path_, id_)) return false;
   proved_ = identity;
   return true;
 }
@@ -92,10 +112,11 @@ bool RootProof::IsProved() {
 }
 
 RootProof::Found RootProof::Recognise(const ustring& local_path, FileEventDB& db) {
-  ustring id;
-  if (db.getConfigStrByKey(kIdKey, id) != 0) return Found::NO;
+  ustring id, found;
+  if (db.getConfigStrByKey(kIdKey, id) != 0) return Found::NOT_KNOWN;
   if (id.empty()) return Found::NEVER_SEEN;
-  return ReadId(local_path) == id ? Found::YES : Found::NO;
+  if (!ReadId(local_path, found)) return Found::NOT_KNOWN;
+  return found == id ? Found::YES : Found::NO;
 }
 
 ustring RootProof::Establish(const ustring& local_path, FileEventDB& db) {

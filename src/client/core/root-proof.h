@@ -30,11 +30,12 @@ class RootProof {
   bool LooksProved() EXCLUDES(mutex_);
 
   // Whether the folder is the one that `db` remembers, before a session begins in it: it has the
-  // id file, or the database has never seen one.
-  enum class Found { YES, NO, NEVER_SEEN };
+  // id file, or the database has never seen one. NOT_KNOWN when either could not be read.
+  enum class Found { YES, NO, NEVER_SEEN, NOT_KNOWN };
   static Found Recognise(const ustring& local_path, FileEventDB& db);
   // Writes an id into the working directory, which exists, and the database: the id, or an empty
-  // text when either fails. An id that the database has already is kept.
+  // text when either fails. An id that the database has already is kept, and
+  // a file that holds it is left alone.
   static ustring Establish(const ustring& local_path, FileEventDB& db);
 
  private:

@@ -97,6 +97,26 @@ void RemoveLeftOvers(const ustring& signatures) {
   for (const ustring& file : files) FSRemove(file, false);
 }
 
+// Only the file with the folder's id stays: a start that fails on the way must not leave a folder
+// that the next one does not know.
+int EmptyWorkingDirectory(const ustring& path) {
+  if (!is_dir(path)) return FSRemove(path, false);
+  DIR_HANDLE folder;
+  FSOpenDir(path, 0, folder);
+  DIR_ENTRY entry;
+  std::vector<ustring> names;
+  int found = 0;
+  while ((found = FSReadDir(folder, entry)) == 1) {
+    if (entry.name == "." || entry.name == "..") continue;
+    if (entry.name != kRootIdFile || entry.type != FT_FILE) names.push_back(entry.name);
+  }
+  FSCloseDir(folder);
+  for (const ustring& name : names) {
+    if (FSRemove(path + "/" + name, false) < 0) return -1;
+  }
+  return found;
+}
+
 }  // namespace
 
 SessionPaths::SessionPaths(const ustring& config_path)
@@ -193,7 +213,9 @@ int SessionSetup::OpenDatabase() {
 // is not mounted, and what is missing in any other was not removed by anybody.
 int SessionSetup::ProveRoot() {
   FileEventDB& db = *entry_.event_db;
-  if (RootProof::Recognise(entry_.local_path, db) == RootProof::Found::YES) return 0;
+  const RootProof::Found found = RootProof::Recognise(entry_.local_path, db);
+  if (found == RootProof::Found::YES) return 0;
+  if (found == RootProof::Found::NOT_KNOWN) return -1;
   const int has_files = db.hasFiles();
   if (has_files < 0) return -1;
   if (has_files == 0) return 0;
@@ -209,7 +231,7 @@ int SessionSetup::ProveRoot() {
 
 int SessionSetup::MakeWorkingDirectory() {
   const ustring working_directory = JoinPath(entry_.local_path, kWorkingDirectory);
-  if (FSRemove(working_directory, false) < 0 || FSMKDir(working_directory, true) < 0) {
+  if (EmptyWorkingDirectory(working_directory) < 0 || FSMKDir(working_directory, true) < 0) {
     return Fail(__LINE__, L"[ERROR] app(%d): Failed to create working directory at %s.\n",
                 working_directory);
   }

@@ -8,6 +8,7 @@
 #include "client/event-manager.h"
 #include "client/windows/detector-log.h"
 #include "lib/error-table.h"
+#include "lib/file-op.h"
 #include "lib/ui-ipc.h"
 #include "platform/clock.h"
 #include "platform/identity.h"
@@ -19,6 +20,7 @@ namespace {
 // How long a wait lasts before the task looks at its state, and how many make a round.
 constexpr int kWaitMilliseconds = 100;
 constexpr int kWaitsOfARound = 10;
+constexpr std::int64_t kLookMilliseconds = 2'000;
 constexpr std::int64_t kTryAgainMilliseconds = 10'000;
 constexpr std::int64_t kRescanMilliseconds = 600'000;
 
@@ -34,6 +36,27 @@ std::vector<ustring> PrivateDirs() {
 std::uint64_t ConnectionOf(std::uint64_t sess_id) {
   Registry::Entry entry;
   return Registry::getInstance().Find(sess_id, entry) == 1 ? entry.conn_id : 0;
+}
+
+using Folder = std::optional<std::pair<std::uint64_t, std::uint64_t>>;
+
+// Which folder a path leads to: false when that could not be told, none when it leads to none.
+bool FindFolder(const ustring& path, Folder& id) {
+  FILE_INFO info;
+  id.reset();
+  if (FSStat(path, info, false) != 0) return false;
+  if (info.isExist && info.type == FT_DIR) id.emplace(info.volume_id, info.file_id);
+  return true;
+}
+
+// Watches the folder that the path leads to: `id` is none when it was not one all the time.
+platform::Status OpenWatch(const ustring& path, std::shared_ptr<platform::DirWatch>& watch,
+                           Folder& id) {
+  Folder before;
+  const bool found = FindFolder(path, before);
+  const platform::Status status = platform::dir_watch().Open(path, kWorkingDirectory, watch);
+  if (!found || !FindFolder(path, id) || id != before) id.reset();
+  return status;
 }
 
 // The UI is told once: a proof that fails has told it already.
@@ -59,7 +82,7 @@ Detector::~Detector() {
 int Detector::AddWatch(const ustring& path, std::uint64_t sess_id) {
   session_info info;
   info.path = path;
-  const platform::Status status = platform::dir_watch().Open(path, kWorkingDirectory, info.watch);
+  const platform::Status status = OpenWatch(path, info.watch, info.root);
   if (!status.ok()) {
     DETECTOR_ERROR("CreateFile(%s): Error code: %d\n", path, status.code);
     return -1;
@@ -206,7 +229,43 @@ void Detector::PushEvent(const Event& event) {
   }
 }
 
+void Detector::CheckRoots() {
+  std::map<std::uint64_t, session_info> due;
+  {
+    const MutexLock hold(lock);
+    const std::int64_t now = Now();
+    for (auto& [sess_id, info] : index) {
+      if (info.watch == nullptr || now < info.next_look) continue;
+      info.next_look = now + kLookMilliseconds;
+      session_info& seen = due[sess_id];
+      seen.path = info.path;
+      seen.root = info.root;
+      seen.generation = info.generation;
+    }
+  }
+  for (const auto& [sess_id, seen] : due) CheckRoot(sess_id, seen);
+}
+
+// Without the lock: a volume that is about to go may let a look wait.
+void Detector::CheckRoot(std::uint64_t sess_id, const session_info& seen) {
+  Folder now;
+  if (!FindFolder(seen.path, now) || (seen.root.has_value() && now == seen.root)) return;
+  {
+    const MutexLock hold(lock);
+    const auto found = index.find(sess_id);
+    if (found == index.end() || found->second.generation != seen.generation) return;
+    session_info& info = found->second;
+    DETECTOR_INFO("session %llu: '%s' is another folder by now\n", sess_id, info.path);
+    info.watch.reset();
+    info.read_buffer.clear();
+    info.next_try = Now();
+    translator_.Forget(sess_id);
+  }
+  (void)IsRootProved(sess_id, seen.path);
+}
+
 void Detector::CareForWatches() {
+  CheckRoots();
   struct Lost {
     std::uint64_t sess_id;
     ustring path;
@@ -234,13 +293,15 @@ void Detector::CareForWatches() {
 void Detector::Rearm(std::uint64_t sess_id, const ustring& path, std::uint64_t generation) {
   if (!IsRootProved(sess_id, path)) return;
   std::shared_ptr<platform::DirWatch> watch;
-  if (!platform::dir_watch().Open(path, kWorkingDirectory, watch).ok()) return;
+  Folder root;
+  if (!OpenWatch(path, watch, root).ok()) return;
   if (!IsRootProved(sess_id, path)) return;  // it went away again meanwhile
   world_.RecreateWorkingDirectory(sess_id, path);
   const MutexLock hold(lock);
   const auto found = index.find(sess_id);
   if (found == index.end() || found->second.generation != generation) return;
   found->second.watch = std::move(watch);
+  found->second.root = root;
   found->second.next_rescan = -1;
   DETECTOR_INFO("session %llu is watched again at '%s'\n", sess_id, path);
   EventManager::getInstance().IssueRescan(sess_id, "/", false);

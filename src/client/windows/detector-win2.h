@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "client/core/task.h"
@@ -37,9 +39,12 @@ class Detector : public Task {
 
   struct session_info {
     ustring path;
+    // Volume and file id of the folder that is watched; none: not known.
+    std::optional<std::pair<std::uint64_t, std::uint64_t>> root;
     std::shared_ptr<platform::DirWatch> watch;  // null while the folder is away
     std::vector<platform::WatchRecord> read_buffer;
     std::uint64_t generation = 0;   // tells a watch from an earlier one of the session
+    std::int64_t next_look = 0;     // when the path is looked at whether it still leads there, ms
     std::int64_t next_try = 0;      // when a folder that is away is looked for, ms
     std::int64_t next_rescan = -1;  // for what is not watched for want of watches; -1: all is
   };
@@ -56,6 +61,9 @@ class Detector : public Task {
   void Translate(std::uint64_t sess_id, session_info& info) REQUIRES(lock);
   // Looks for folders that are away, and rescans what cannot be watched.
   void CareForWatches() EXCLUDES(lock);
+  // A volume may go, and another come in its place, without a word from the watch of the first.
+  void CheckRoots() EXCLUDES(lock);
+  void CheckRoot(std::uint64_t sess_id, const session_info& seen) EXCLUDES(lock);
   void Rearm(std::uint64_t sess_id, const ustring& path, std::uint64_t generation) EXCLUDES(lock);
   static void PushEvent(const Event& event);
 

@@ -145,14 +145,15 @@ int DownloadRemoteHandler::JumpType(const File& local_file, bool& moved) {
   return 0;
 }
 
-// Between the test and the move. What cannot be told counts as an edit, since the rest is removed
-// for good.
-bool DownloadRemoteHandler::WasEdited(const FILE_INFO& before, const ustring& place) const {
+// Between the test and the move: 1, 0, or -1 when that cannot be told.
+int DownloadRemoteHandler::WasEdited(const FILE_INFO& before, const ustring& place) const {
   const EventContext& context = GetContext();
   if (before.type == FT_DIR) {
-    return FileHelper::HasLocalEdits(context, context.GetPath(), place, nullptr) != 0;
+    return FileHelper::HasLocalEdits(context, context.GetPath(), place, nullptr);
   }
-  return !IsUntouched(before, File(place, true).GetInfo());
+  const File now(place, true);
+  if (!now.IsKnown()) return -1;
+  return IsUntouched(before, now.GetInfo()) ? 0 : 1;
 }
 
 void DownloadRemoteHandler::KeepAside(const ustring& place) {

@@ -135,7 +135,7 @@ class DownloadRemoteHandler : public EventHandler {
   int HandleDownloadConflict(const File& local_file, const DBFileInfo& db_info,
                              const PObject& response, bool& moved);
   int JumpType(const File& local_file, bool& moved);
-  bool WasEdited(const FILE_INFO& before, const ustring& place) const;
+  int WasEdited(const FILE_INFO& before, const ustring& place) const;
   void KeepAside(const ustring& place);
   int StepAside(bool& moved);
 

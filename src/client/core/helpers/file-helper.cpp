@@ -31,7 +31,7 @@ std::uint32_t LocalTime(const EventContext& context, std::uint32_t mtime) {
 }
 
 // By content, for a file whose size and time tell nothing, or are not trusted for its name. What
-// cannot be read to the end counts as another one.
+// twice cannot be read to the end counts as another one.
 bool HasOtherContent(const EventContext& context, const File& file, const DBFileInfo& db_info,
                      const ustring& name, const std::atomic<int>* abort_flag) {
   const std::uint64_t session = context.GetEntry().sess_id;
@@ -40,7 +40,10 @@ bool HasOtherContent(const EventContext& context, const File& file, const DBFile
       commits.NeedsHash(session, db_info.path) || context.GetForceHashCheckList().Test(name) > 0;
   if (!compare) return false;
   ustring hash;
-  if (FileHelper::CalculateMd4FromFile(file.GetPath(), hash, abort_flag) != 0) return true;
+  if (FileHelper::CalculateMd4FromFile(file.GetPath(), hash, abort_flag) != 0 &&
+      FileHelper::CalculateMd4FromFile(file.GetPath(), hash, abort_flag) != 0) {
+    return true;
+  }
   if (hash != db_info.fileCheckSum) {
     HANDLER_DEBUG("ModificationCheck: '%s' is modified (content not match)", db_info.path);
     return true;
@@ -73,16 +76,19 @@ int FileHelper::Walk(const ustring& root, const EventContext& context, const Wal
 }
 
 int FileHelper::RemoveByRename(File& file, const ustring& working_directory,
-                               const std::function<bool(const ustring& place)>& is_to_stay) {
+                               const std::function<int(const ustring& place)>& is_to_stay) {
   const ustring from = file.GetPath();
   ustring target;
   if (FSCreateTempPath(working_directory, target) != 0 || !file.Rename(target)) {
     HANDLER_ERROR("Failed to remove '%s' by renaming to '%s'.", from, target);
     return -1;
   }
-  if (is_to_stay && is_to_stay(target)) return 1;
-  (void)file.Delete();
-  return 0;
+  const int stays = is_to_stay ? is_to_stay(target) : 0;
+  if (stays == 0) {
+    (void)file.Delete();
+    return 0;
+  }
+  return stays < 0 && FSRenameNoReplace(target, from) == 0 ? -1 : 1;
 }
 
 bool FileHelper::LocallyModified(const EventContext& context, const File& file,
@@ -137,8 +143,9 @@ int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
     found = known == 0 || (known == 1 && (record.isExist == 0 || record.IsDir()));
     if (known == 1 && !found) {
       const File file(full_path, true);
-      found = !file.IsFile() || !IsWeaklyEqual(context, file, record) ||
-              HasOtherContent(context, file, record, entry.name, abort_flag);
+      failed = !file.IsKnown();
+      found = !failed && (!file.IsFile() || !IsWeaklyEqual(context, file, record) ||
+                          HasOtherContent(context, file, record, entry.name, abort_flag));
     }
     return !found && !failed;
   };

@@ -32,10 +32,11 @@ struct FileHelper {
                   int options, const std::atomic<int>* abort_flag);
 
   // Takes an object out of its place at once, and then away for good, be it that a part of it stays
-  // behind in `working_directory`: 0. -1: it is where it was. 1: `is_to_stay`, asked when nobody
-  // finds it by its name any more, wants it, and `file` tells where it is now.
+  // behind in `working_directory`: 0. -1: it is where it was. 1: `file` tells where it is now.
+  // `is_to_stay`, asked when nobody finds it by its name any more, lets it go by 0, keeps it by 1
+  // and has it put back by -1, which comes to 1 where its name is taken by then.
   static int RemoveByRename(File& file, const ustring& working_directory,
-                            const std::function<bool(const ustring& place)>& is_to_stay = {});
+                            const std::function<int(const ustring& place)>& is_to_stay = {});
 
   // Whether the object is another one than the record tells, by kind, size and time; by content
   // where these cannot tell or the session wants it so.
