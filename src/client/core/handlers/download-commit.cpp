@@ -1,7 +1,7 @@
 // What the database remembers of a download. Always after the disk.
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
-#include "client/core/helpers/recent-commits.h"
+#include "client/core/recent-commits.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
 
