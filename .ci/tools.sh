@@ -48,6 +48,13 @@ wait_fuzzers() {
   return $status
 }
 
+# run_chaos BUILD SECONDS: random work on two daemons and a server. The seeds are those of this moment
+# unless CHAOS_SEED names one; what is left of a failure is in BUILD/chaos-failures.
+run_chaos() {
+  "$1/tests/chaos/test_chaos" --seconds "$2" --seed "${CHAOS_SEED:-$(date +%s)}" \
+    --keep "$1/chaos-failures"
+}
+
 # run_tidy BUILD: clang-tidy on every source whose text, or that of a header it includes, has changed
 # since it last passed. Verdicts are kept by content in ~/.cache/tolven/tidy.
 run_tidy() {

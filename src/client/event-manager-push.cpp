@@ -3,6 +3,7 @@
 
 #include "client/event-manager-log.h"
 #include "client/event-manager.h"
+#include "client/event-merge.h"
 #include "client/event-path.h"
 #include "lib/file-status-db.h"
 #include "lib/ui-ipc.h"
@@ -18,6 +19,15 @@ bool IsSamePath(const Event& a, const Event& b) {
 bool IsUpload(const Event& event) {
   return event.isLocalEvent() &&
          (event.m_type == Event::EV_CREATE || event.m_type == Event::EV_MODIFY);
+}
+
+bool IsForcedDownload(const Event& event) {
+  return event.isServerEvent() && event.m_sync_id == kForcedDownloadSyncId;
+}
+
+bool IsNews(const Event& event) {
+  return event.isValid() && event.isServerEvent() && event.m_sync_id != 0 &&
+         event.m_sync_id != kForcedDownloadSyncId;
 }
 
 Event MakeWalk(uint64_t sess_id, const ustring& path) {
@@ -68,7 +78,10 @@ void EventManager::PushLocked(const Event& event, Side side) {
     return;
   }
   event_pool& pool = PoolForPush(event.m_sess_id, local_path);
-  const int taken = pool.push(event);
+  Event before;
+  const int taken = pool.push(event, before);
+  // A download of what is known here took the place of news.
+  if (IsNews(before) && IsForcedDownload(event)) CountUnappliedServerEvent(event.m_sess_id);
   if (side == Side::LOCAL) {
     EVENT_MGR_DEBUG("EventManager::PushLocalEvent = [%s].\n", event.toString());
   } else {

@@ -11,9 +11,10 @@ event_pool::event_pool(const ustring& local_path, uint64_t pool_generation)
   event_tree.SetWatchPath(local_path);
 }
 
-int event_pool::push(const Event& event) {
+int event_pool::push(const Event& event, Event& before) {
+  before = Event();
   if (!event.isValid()) return -1;
-  if (!event.isExpand()) return event_tree.Push(event);
+  if (!event.isExpand()) return event_tree.Push(event, before);
   if (!event.isDir()) return -1;
   Event walk = event;
   if (walk.isRescan() && walk.m_path == "/") {

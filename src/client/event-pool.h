@@ -18,8 +18,9 @@ class event_pool {
   // `pool_generation` tells this pool from an earlier one of the same session.
   explicit event_pool(const ustring& local_path, uint64_t pool_generation = 0);
 
-  // -1: the event says nothing, is a walk of a file, or the tree refused it; it is lost.
-  int push(const Event& event);
+  // -1: the event says nothing, is a walk of a file, or the tree refused it; it is lost. `before`
+  // becomes the change that the path held, or an empty event.
+  int push(const Event& event, Event& before);
   // 1 with an event, 0 without.
   int pop(Event& out);
   // Lets a walk that was popped be the next one, unless the same one is queued.

@@ -15,6 +15,12 @@ bool IsLocalRemoval(const EventNode* node) {
          node->attr.type == Event::EV_REMOVE;
 }
 
+// A folder that was removed here and came back: which of its members are gone is yet to be found.
+bool HidesLocalRemovals(const EventNode& dir) {
+  constexpr uint32_t kRescans = Event::F_LOCAL_SUBDIR_RESCAN | Event::F_LOCAL_SUBDIR_RESCAN_STAT;
+  return dir.status != EventStatus::DONE && (dir.attr.mode & kRescans) != 0;
+}
+
 bool HasPendingChild(const EventDirNode& dir) {
   using Files = EventChildList<EventFileNode>;
   for (const EventFileNode* file = dir.files().first(); file != nullptr;
@@ -43,6 +49,7 @@ bool EventTree::HasLocalRemovalOnWay(std::string_view path) const {
     const std::string_view name = walker.Next();
     if (name.empty()) return false;
     if (IsLocalRemoval(node->files().Find(name))) return true;
+    if (HidesLocalRemovals(*node)) return true;
     node = node->dirs().Find(name);
     if (node == nullptr) return false;
   }

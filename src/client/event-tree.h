@@ -40,7 +40,8 @@ class EventTree {
 
   // Whether anything pending below is not a removal.
   static bool HasPendingChangeBelow(const EventDirNode& dir);
-  // Whether a removal made locally is pending on `path` or on anything above it.
+  // Whether a removal made locally is pending on `path` or on anything above it, or a folder above
+  // it is yet to be searched for what was removed in it.
   bool HasLocalRemovalOnWay(std::string_view path) const;
   // Whether anything pending below `path` is the server's.
   bool HasServerEventBelow(std::string_view path) const;

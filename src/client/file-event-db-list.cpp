@@ -116,6 +116,11 @@ int FileEventDB::rmLocalEventInfo(const ustring& path) {
                            ";DELETE FROM local_filter_table WHERE " + where + ";END TRANSACTION;");
 }
 
+int FileEventDB::rmOwnEventInfo(const ustring& path) {
+  if (event_db::IsRoot(path)) return 0;
+  return Run(__LINE__, Sql("DELETE FROM event_table WHERE path = %Q;", path.c_str_utf8()));
+}
+
 int FileEventDB::commitRemove(const ustring& path) {
   if (event_db::IsRoot(path)) return 0;
   const std::string where = AtOrBelow(path);

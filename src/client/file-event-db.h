@@ -102,6 +102,8 @@ class FileEventDB {
   // --- removal of rows, with their signatures ---
   // The path and all below it, from event_table and local_filter_table. "/" is left alone.
   int rmLocalEventInfo(const ustring& path);
+  // The row of the path alone, which then counts as never synced.
+  int rmOwnEventInfo(const ustring& path);
   // From server_filter_table, too.
   int commitRemove(const ustring& path);
   // event_table and local_filter_table as a whole.

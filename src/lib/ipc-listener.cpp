@@ -27,25 +27,29 @@ Status Listen(platform::NativeSocket socket) {
 }  // namespace
 
 int IPCListener::prepare(int start_port) {
-  close();
-  const Status created = platform::sockets().Create(4, fd_);
-  if (!created.ok()) return Failed("socket", created);
+  for (int port = start_port;; ++port) {
+    close();
+    const Status created = platform::sockets().Create(4, fd_);
+    if (!created.ok()) return Failed("socket", created);
 
-  const int port = do_bind(fd_, start_port);
-  if (port < 0) {
-    Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] ipc(%d): find available port failed.\n",
-                   __LINE__);
+    port = do_bind(fd_, port);
+    if (port < 0) {
+      Logger::LogMsg(Logger::L_ERR, kCategory, L"[ERROR] ipc(%d): find available port failed.\n",
+                     __LINE__);
+      close();
+      return -1;
+    }
+    const Status listening = Listen(fd_);
+    if (listening.ok()) {
+      Logger::LogMsg(Logger::L_INFO, kCategory, L"[INFO] ipc(%d): listening on port %d\n", __LINE__,
+                     port);
+      return port;
+    }
     close();
-    return -1;
+    (void)Failed("listen", listening);
+    // Two processes can bind one port at once; it belongs to the first that listens.
+    if (!listening.is(platform::ErrorKind::kAddressInUse)) return -1;
   }
-  const Status listening = Listen(fd_);
-  if (!listening.ok()) {
-    close();
-    return Failed("listen", listening);
-  }
-  Logger::LogMsg(Logger::L_INFO, kCategory, L"[INFO] ipc(%d): listening on port %d\n", __LINE__,
-                 port);
-  return port;
 }
 
 int IPCListener::do_bind(socket_type socket, int start_port) {

@@ -37,6 +37,7 @@ void RunRound(std::uint64_t seed, Figures& all) {
   all.kills += round.figures().kills;
   all.faults += round.figures().faults;
   all.contents += round.figures().contents;
+  all.failed_calls += round.figures().failed_calls;
   if (is_good && !::testing::Test::HasFailure()) return;
   const std::string folder = plan.keep + "/seed-" + std::to_string(seed);
   std::filesystem::remove_all(folder);
@@ -54,9 +55,10 @@ TEST(Chaos, NeverLosesAByte) {
   do {
     RunRound(seed++, figures);
   } while (!HasFailure() && std::chrono::steady_clock::now() < end);
-  std::printf("seeds %llu to %llu: %zu operations, %zu faults, %zu kills, %zu contents\n",
-              static_cast<unsigned long long>(plan.seed), static_cast<unsigned long long>(seed - 1),
-              figures.operations, figures.faults, figures.kills, figures.contents);
+  std::printf(
+      "seeds %llu to %llu: %zu operations, %zu faults, %zu kills, %zu failed calls, %zu contents\n",
+      static_cast<unsigned long long>(plan.seed), static_cast<unsigned long long>(seed - 1),
+      figures.operations, figures.faults, figures.kills, figures.failed_calls, figures.contents);
 }
 
 bool TakeArguments(int argc, char** argv) {

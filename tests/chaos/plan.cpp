@@ -57,10 +57,10 @@ class Planner {
   }
   Operation UserOperation() {
     static constexpr std::pair<int, Action> kShares[] = {
-        {26, Action::kWrite},  {4, Action::kWriteSlow},  {14, Action::kEdit},
-        {10, Action::kSave},   {6, Action::kTouch},      {14, Action::kRemove},
-        {14, Action::kRename}, {4, Action::kMakeFolder}, {6, Action::kChangeKind},
-        {2, Action::kTidy},
+        {26, Action::kWrite},     {4, Action::kWriteSlow}, {10, Action::kEdit},
+        {4, Action::kEditTwice},  {10, Action::kSave},     {6, Action::kTouch},
+        {14, Action::kRemove},    {14, Action::kRename},   {4, Action::kMakeFolder},
+        {6, Action::kChangeKind}, {2, Action::kTidy},
     };
     int at = static_cast<int>(Below(100));
     const auto* share = std::begin(kShares);
@@ -71,15 +71,14 @@ class Planner {
   }
   void Disturb(std::size_t now) {
     static constexpr std::pair<Action, Action> kKinds[] = {
-        {Action::kPause, Action::kResume},
-        {Action::kHideName, Action::kShowName},
-        {Action::kKill, Action::kStart},
-        {Action::kTakeRoot, Action::kGiveRoot},
-        {Action::kKillServer, Action::kStartServer},
-        {Action::kDropLinks, Action::kDropLinks},
+        {Action::kPause, Action::kResume},        {Action::kHide, Action::kShow},
+        {Action::kAddAnew, Action::kAddAnew},     {Action::kKill, Action::kStart},
+        {Action::kTakeRoot, Action::kGiveRoot},   {Action::kKillServer, Action::kStartServer},
+        {Action::kDropLinks, Action::kDropLinks}, {Action::kFailCalls, Action::kStopFaults},
     };
     const auto& kind = kKinds[Below(std::size(kKinds))];
-    const Operation break_it{kind.first, static_cast<int>(Below(2)), "", "", 0, Pause()};
+    const Operation break_it{kind.first, static_cast<int>(Below(2)), "", "", Below(10'000),
+                             Pause()};
     plan_.push_back(break_it);
     Operation mend = break_it;
     mend.action = kind.second;
@@ -108,6 +107,8 @@ const char* ToText(Action action) {
       return "write slowly";
     case Action::kEdit:
       return "edit";
+    case Action::kEditTwice:
+      return "edit twice";
     case Action::kSave:
       return "save";
     case Action::kTouch:
@@ -126,10 +127,12 @@ const char* ToText(Action action) {
       return "PAUSE";
     case Action::kResume:
       return "RESUME";
-    case Action::kHideName:
-      return "HIDE NAME";
-    case Action::kShowName:
-      return "SHOW NAME";
+    case Action::kHide:
+      return "HIDE";
+    case Action::kShow:
+      return "SHOW";
+    case Action::kAddAnew:
+      return "ADD ANEW";
     case Action::kKill:
       return "KILL";
     case Action::kStart:
@@ -140,6 +143,10 @@ const char* ToText(Action action) {
       return "GIVE ROOT";
     case Action::kDropLinks:
       return "DROP LINKS";
+    case Action::kFailCalls:
+      return "FAIL CALLS";
+    case Action::kStopFaults:
+      return "STOP FAULTS";
     case Action::kKillServer:
       return "KILL SERVER";
     case Action::kStartServer:

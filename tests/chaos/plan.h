@@ -13,6 +13,7 @@ enum class Action {
   kWrite,      // a new content in place, in a file that is made when there is none
   kWriteSlow,  // the same in two halves
   kEdit,       // a new content of the same size, in place
+  kEditTwice,  // the same once more at once, most often within the same second
   kSave,       // a new content by a rename over the old file
   kTouch,      // another time
   kRemove,     // a file, or a folder with all that is in it
@@ -23,13 +24,16 @@ enum class Action {
   // What happens to one of the daemons.
   kPause,
   kResume,
-  kHideName,  // a rule of the black list
-  kShowName,
+  kHide,  // a rule of the black list, chosen by `size`
+  kShow,
+  kAddAnew,  // adds the session anew, to be merged
   kKill,
   kStart,
   kTakeRoot,
   kGiveRoot,
   kDropLinks,  // its connections to the server
+  kFailCalls,  // some of its calls of the platform; `size` tells which and how many
+  kStopFaults,
   // What happens to the server.
   kKillServer,
   kStartServer,

@@ -13,12 +13,17 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kSettleLimit(100);
+constexpr std::chrono::seconds kSettleLimit(150);
 constexpr milliseconds kLook(250);
 // So long everything has to stay as it is.
 constexpr milliseconds kQuiet(2'500);
 constexpr int kLeftOverLooks = 40;
-constexpr char kHiddenName[] = "[File]\nblack_name = \"a-b\"\n";
+// After this the daemon has looked at the file that tells it which calls fail.
+constexpr milliseconds kFaultsSeen(30);
+constexpr std::array<const char*, 4> kRules = {
+    "[File]\nblack_name = \"a-b\"\n", "[Common]\nblack_name = \"b\"\n",
+    "[Directory]\nblack_name = \"a b\"\n", "[File]\nmax_size = 8000\n"};
+constexpr std::array<int, 3> kFaultsPerMillion = {300, 2'000, 15'000};
 constexpr char kLevels[] =
     "client_debug = 6\ndetector_debug = 7\nevent_list_debug = 7\nevent_manager_debug = 7\n";
 
@@ -37,6 +42,9 @@ Round::Round(std::uint64_t seed) : seed_(seed), ledger_(seed), oracle_(server_) 
     options.root = side.root;
     options.port = side.way->port();
     options.levels = kLevels;
+    side.fault_file = (folder_ / "faults-").str() + side.name;
+    options.program = {"/usr/bin/env", ustring("TOLVEN_SEAM_FAULTS=" + side.fault_file),
+                       ustring(DAEMON)};
     side.client = std::make_unique<ClientProcess>(server_, side.name, options);
     side.user = std::make_unique<User>(side.name, side.root, aside, ledger_);
   }
@@ -107,45 +115,115 @@ std::string Round::Disturb(const Operation& operation) {
     server_runs_ = true;
     return "started";
   }
-  return DisturbSide(sides_.at(static_cast<std::size_t>(operation.side)), operation.action);
+  return DisturbSide(sides_.at(static_cast<std::size_t>(operation.side)), operation);
 }
 
-std::string Round::DisturbSide(Side& side, Action action) {
+std::string Round::DisturbSide(Side& side, const Operation& operation) {
+  const Action action = operation.action;
   if (action == Action::kTakeRoot) return MoveRoot(side, true);
   if (action == Action::kGiveRoot) return MoveRoot(side, false);
   if (action == Action::kStart) return Start(side);
   if (!side.client->is_running()) return "is dead";
-  switch (action) {
+  if (action == Action::kFailCalls) return FailCalls(side, operation.size);
+  if (action == Action::kStopFaults) return StopFaults(side);
+  if (action == Action::kKill) return Kill(side);
+  if (action == Action::kDropLinks) {
+    side.way->Drop();
+    return "dropped";
+  }
+  // What is told a daemon has to reach it.
+  if (!side.has_faults) return Tell(side, operation);
+  StopFaults(side);
+  std::string told = Tell(side, operation);
+  FailCalls(side, operation.size);
+  return told;
+}
+
+std::string Round::Tell(Side& side, const Operation& operation) {
+  switch (operation.action) {
     case Action::kPause:
     case Action::kResume:
-      side.is_paused = action == Action::kPause;
+      side.is_paused = operation.action == Action::kPause;
       side.client->TellSession(side.is_paused ? "pause" : "resume");
       return "told";
-    case Action::kHideName:
-    case Action::kShowName:
-      side.is_hidden = action == Action::kHideName;
-      side.client->SetRules(side.is_hidden ? kHiddenName : "");
-      side.client->ReloadRules();
-      return "told";
-    case Action::kKill:
-      ++figures_.kills;
-      side.client->Kill();
-      return "dead";
-    case Action::kDropLinks:
-      side.way->Drop();
-      return "dropped";
+    case Action::kHide:
+      return Hide(side, operation.size % kRules.size());
+    case Action::kShow:
+      return Show(side, operation.size % 2 == 0);
+    case Action::kAddAnew:
+      return AddAnew(side);
     default:
       return "not of a side";
   }
+}
+
+std::string Round::Hide(Side& side, std::size_t rule) {
+  side.rule = static_cast<int>(rule);
+  side.client->SetRules(kRules.at(rule));
+  side.client->ReloadRules();
+  return "rule " + std::to_string(rule);
+}
+
+// A rule goes by a reload, or like a user interface does it that wants what was deleted meanwhile
+// to come back.
+std::string Round::Show(Side& side, bool anew) {
+  side.rule = -1;
+  side.client->SetRules("");
+  if (anew && !side.is_away) return AddAnew(side);
+  side.client->ReloadRules();
+  return "told";
+}
+
+std::string Round::AddAnew(Side& side) {
+  if (side.is_away) return "without its folder";
+  side.client->AddSession(true);
+  side.is_paused = false;
+  return "added";
+}
+
+std::string Round::Kill(Side& side) {
+  ++figures_.kills;
+  side.client->Kill();
+  CountFailedCalls(side);
+  return "dead";
+}
+
+std::string Round::FailCalls(Side& side, std::size_t which) {
+  const int rate = kFaultsPerMillion.at(which % kFaultsPerMillion.size());
+  const std::string draft = side.fault_file + ".draft";
+  WriteFile(ustring(draft), std::to_string(seed_ * 10'000 + which) + " " + std::to_string(rate));
+  fs::rename(draft, side.fault_file);
+  side.has_faults = side.had_faults = true;
+  return std::to_string(rate) + " in a million";
+}
+
+std::string Round::StopFaults(Side& side) {
+  fs::remove(side.fault_file);
+  side.has_faults = false;
+  std::this_thread::sleep_for(kFaultsSeen);
+  CountFailedCalls(side);
+  return "told";
+}
+
+// A daemon writes down all of its own; a few of one that was killed may be missing.
+void Round::CountFailedCalls(Side& side) {
+  std::size_t failed = side.failed_calls;
+  std::ifstream(side.fault_file + ".count") >> failed;
+  if (failed <= side.failed_calls) return;
+  figures_.failed_calls += failed - side.failed_calls;
+  side.failed_calls = failed;
 }
 
 std::string Round::Start(Side& side) {
   if (side.client->is_running()) return "runs";
   // A session cannot be added without its folder.
   if (side.is_away) MoveRoot(side, false);
-  side.client->SetRules(side.is_hidden ? kHiddenName : "");
+  fs::remove(side.fault_file);
+  fs::remove(side.fault_file + ".count");
+  side.client->SetRules(side.rule < 0 ? "" : kRules.at(static_cast<std::size_t>(side.rule)));
   side.client->Start();
-  side.is_paused = side.was_away = false;
+  side.is_paused = side.was_away = side.has_faults = side.had_faults = false;
+  side.failed_calls = 0;
   return "started";
 }
 
@@ -173,10 +251,11 @@ void Round::MendAll() {
   if (!server_runs_) server_.Start();
   server_runs_ = true;
   for (Side& side : sides_) {
+    if (side.has_faults) StopFaults(side);
     MoveRoot(side, false);
     Start(side);
-    if (side.is_paused) DisturbSide(side, Action::kResume);
-    if (side.is_hidden) DisturbSide(side, Action::kShowName);
+    if (side.is_paused) Tell(side, Operation{Action::kResume, 0, "", "", 0, 0});
+    if (side.rule >= 0) Show(side, false);
   }
 }
 
@@ -227,17 +306,27 @@ void Round::Judge() {
     Fail("LOST " + name);
   }
   for (Side& side : sides_) {
-    // What is at work once more makes temporary files, too; what is left over stays.
-    std::vector<std::string> left;
-    for (int look = 0; look < kLeftOverLooks; ++look) {
-      left = oracle_.LeftOvers(*side.client, side.name, !side.was_away);
-      if (left.empty()) break;
-      std::this_thread::sleep_for(kLook);
+    std::vector<std::string> left = LeftOvers(side);
+    if (!left.empty() && side.had_faults) {
+      side.client->Stop();
+      Start(side);
+      left = LeftOvers(side);
     }
     for (const std::string& line : left) Fail(line);
   }
   const std::string check = server_.Admin("check");
   if (check.find(" 0 problems") == std::string::npos) Fail("server: " + check);
+}
+
+// What is at work once more makes temporary files, too; what is left over stays.
+std::vector<std::string> Round::LeftOvers(const Side& side) const {
+  std::vector<std::string> left;
+  for (int look = 0; look < kLeftOverLooks; ++look) {
+    left = oracle_.LeftOvers(*side.client, side.name, !side.was_away);
+    if (left.empty()) break;
+    std::this_thread::sleep_for(kLook);
+  }
+  return left;
 }
 
 void Round::Keep(const std::string& folder) const {

@@ -20,6 +20,7 @@ namespace tolven::test {
 
 struct Figures {
   std::size_t operations = 0, kills = 0, faults = 0, contents = 0;
+  std::size_t failed_calls = 0;  // of the daemons' platform
 };
 
 class Round {
@@ -42,23 +43,36 @@ class Round {
     std::unique_ptr<Forwarder> way;
     std::unique_ptr<ClientProcess> client;
     std::unique_ptr<User> user;
-    bool is_paused = false, is_hidden = false, is_away = false;
-    // The root was away since the daemon started: what was to be removed from it meanwhile stays
-    // until the next start.
-    bool was_away = false;
+    std::string fault_file;  // see seam-faults.cpp
+    bool is_paused = false, is_away = false, has_faults = false;
+    int rule = -1;  // of the black list; -1: none
+    // Since the daemon started. What was to be removed meanwhile from a root that was away, or by a
+    // call that failed, stays until the next start.
+    bool was_away = false, had_faults = false;
+    std::size_t failed_calls = 0;  // of this daemon, as far as they were counted
   };
 
   void Do(const Operation& operation);
   std::string Disturb(const Operation& operation);
-  std::string DisturbSide(Side& side, Action action);
+  std::string DisturbSide(Side& side, const Operation& operation);
+  // What is asked of a daemon that runs.
+  std::string Tell(Side& side, const Operation& operation);
   std::string Start(Side& side);
+  std::string Kill(Side& side);
   std::string MoveRoot(Side& side, bool away);
+  std::string Hide(Side& side, std::size_t rule);
+  std::string Show(Side& side, bool anew);
+  std::string AddAnew(Side& side);
+  std::string FailCalls(Side& side, std::size_t which);
+  std::string StopFaults(Side& side);
+  void CountFailedCalls(Side& side);
   // Ends all that disturbs, and waits until nothing changes any more and everything agrees.
   void MendAll();
   void Settle();
   bool IsIdle(Side& side);
   std::vector<std::string> Differences();
   void Judge();
+  std::vector<std::string> LeftOvers(const Side& side) const;
   void LookForDead();
   void Note(const std::string& text);
   void Fail(const std::string& text);

@@ -41,7 +41,8 @@ User::User(std::string name, std::string root, std::string aside, Ledger& ledger
 
 Operation User::Resolve(const Operation& operation) const {
   const Action action = operation.action;
-  const bool wants_file = action == Action::kEdit || action == Action::kTouch;
+  const bool wants_file =
+      action == Action::kEdit || action == Action::kEditTwice || action == Action::kTouch;
   const bool wants_any =
       action == Action::kRemove || action == Action::kRename || action == Action::kChangeKind;
   std::error_code error;
@@ -78,6 +79,11 @@ std::string User::Apply(const Operation& operation) {
       return Write(operation, false, true);
     case Action::kEdit:
       return Write(operation, true, false);
+    case Action::kEditTwice: {
+      const std::string first = Write(operation, true, false);
+      std::this_thread::sleep_for(std::chrono::milliseconds(operation.size % 400));
+      return first + ", " + Write(operation, true, false);
+    }
     case Action::kSave:
       return Save(operation);
     case Action::kTouch:

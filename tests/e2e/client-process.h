@@ -64,6 +64,7 @@ class ClientProcess {
     std::string remote_path = "/";
     int port = 0;             // of a way to the server; 0: the server's own
     std::string levels = {};  // further lines of the log levels
+    std::vector<ustring> program = {ustring(DAEMON)};  // with the words before its configuration
   };
 
   ClientProcess(const ServerProcess& server, std::string name, Options options)
@@ -103,8 +104,9 @@ class ClientProcess {
 
   void Start() {
     port_ = 0;
-    ASSERT_TRUE(
-        platform::process().Spawn({ustring(DAEMON), home_.conf}, folder_ / "out", child_).ok());
+    std::vector<ustring> words = options_.program;
+    words.push_back(home_.conf);
+    ASSERT_TRUE(platform::process().Spawn(words, folder_ / "out", child_).ok());
     running_ = true;
     ASSERT_TRUE(Eventually([this] { return port_ != 0; }));
     Tell("link");

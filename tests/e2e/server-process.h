@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <random>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -51,22 +53,14 @@ class ServerProcess {
     return output;
   }
 
+  // On the same port each time. A port of the range from which the system takes those of
+  // connections might be gone when the server comes back.
   void Start() {
-    const ustring output = folder_ / "output";
-    std::filesystem::remove(output.str());
-    std::vector<ustring> command{ustring(SERVER), "serve",
-                                 "--data",        ustring(Data()),
-                                 "--listen",      ustring("127.0.0.1:" + std::to_string(port))};
-    command.insert(command.end(), words_.begin(), words_.end());
-    ASSERT_TRUE(platform::process().Spawn(command, output, child_).ok());
-    const std::string wanted = "listening on 127.0.0.1:";
-    for (std::string text;; std::this_thread::yield()) {
-      text = ReadFile(output);
-      const std::size_t at = text.find(wanted);
-      if (at == std::string::npos || text.find('\n', at) == std::string::npos) continue;
-      port = std::stoi(text.substr(at + wanted.size()));
-      return;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!Launch()) {
+      ASSERT_LT(std::chrono::steady_clock::now(), end) << ReadFile(folder_ / "output");
     }
+    is_known_ = true;
   }
   void Stop() {
     int status = 0;
@@ -81,7 +75,25 @@ class ServerProcess {
   std::string token;
 
  private:
+  // False when the server ended at once, as it does where its port is taken.
+  bool Launch() {
+    if (!is_known_) port = 10'000 + static_cast<int>(std::random_device()() % 9'000);
+    const ustring output = folder_ / "output";
+    std::filesystem::remove(output.str());
+    std::vector<ustring> command{ustring(SERVER), "serve",
+                                 "--data",        ustring(Data()),
+                                 "--listen",      ustring("127.0.0.1:" + std::to_string(port))};
+    command.insert(command.end(), words_.begin(), words_.end());
+    EXPECT_TRUE(platform::process().Spawn(command, output, child_).ok());
+    int status = 0;
+    while (ReadFile(output).find("listening on 127.0.0.1:") == std::string::npos) {
+      if (platform::process().WaitForExit(child_, 5, status)) return false;
+    }
+    return true;
+  }
+
   const std::vector<ustring> words_;
+  bool is_known_ = false;  // the port
   TempFolder folder_;
   platform::ChildProcess child_;
 };

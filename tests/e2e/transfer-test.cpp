@@ -59,7 +59,7 @@ TEST_F(Sync, ABrokenTransferGoesOnWithItsTail) {
   ClientProcess a(server_, "a", {.port = wire_a.port()});
   const std::string content = Noise(12 * kMegabyte, 5);
   wire_a.CutAfterUp(8 * kMegabyte);
-  Write(a, "large", content);
+  Replace(a, "large", content);
   ASSERT_TRUE(Eventually([&] { return a.Version("/large") > 0; }));
   EXPECT_TRUE(wire_a.WasCut());
   EXPECT_LT(wire_a.up(), 14 * kMegabyte);

@@ -4,9 +4,11 @@
 
 #include "client/core/event-context.h"
 #include "client/core/event-helper.h"
+#include "client/core/recent-commits.h"
 #include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
 #include "event-gen/session-fixture.h"
+#include "platform/clock.h"
 
 namespace tolven {
 namespace {
@@ -54,6 +56,11 @@ TEST_F(FolderDiffTest, PlansWhatBringsBothTogether) {
   std::sort(plan.begin(), plan.end());
   EXPECT_EQ(plan, (Strings{"+/sub/f", "</sub/gone"}));
   EXPECT_EQ(Run({}, {}), 0);
+  // What was committed right after its last write may have been written once more since.
+  const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
+  RecentCommits::getInstance().Committed(1, "/sub/recent", now);
+  EXPECT_EQ(Run({"/recent"}, {"/recent"}, false, "/sub"), 0);
+  EXPECT_EQ(Plan(), Strings{"+/sub/recent"});
   entry_.isMSDOS = true;  // 100 and 101 are one time there
   EXPECT_EQ(Run({"=/f"}, {"/f"}), 0);
   abort_ = 1;

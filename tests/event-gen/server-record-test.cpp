@@ -1,5 +1,6 @@
 #include "client/core/server-record.h"
 
+#include "client/core/unanswered-uploads.h"
 #include "event-gen/session-fixture.h"
 
 namespace tolven {
@@ -48,6 +49,46 @@ TEST_F(ServerRecordTest, DropsWhatTheClientDidItself) {
   EXPECT_EQ(PushEvent(entry_, Record("/d/f", 5)), 0);  // a worker is at it
   EventManager::getInstance().DoneEvent(&task_, removing);
   EXPECT_EQ(PushEvent(entry_, Record("/d/f", 5)), 1);
+}
+
+TEST_F(ServerRecordTest, LeavesRemovedWhatWasInAFolderThatTheServerBringsBack) {
+  Row("/d", 4, true);
+  Row("/d/f", 5);
+  PushLocalRemoveEvent(entry_, "/d", true);
+  EXPECT_EQ(PushEvent(entry_, Record("/d", 7, true)), 1);
+  EXPECT_EQ(PushEvent(entry_, Record("/d/f", 5)), 0);
+  EXPECT_EQ(Plan(), std::vector<std::string>{"</d/"});
+}
+
+TEST_F(ServerRecordTest, RemovesWhatWasUploadedWithoutAnAnswerAndIsGone) {
+  UnansweredUploads& uploads = UnansweredUploads::getInstance();
+  const auto told = [](const char* path, const char* hash) {
+    PObject record = Record(path, 8);
+    record["file"]["hash"] = hash;
+    record["file"]["size"] = 4;
+    return record;
+  };
+  Row("/f", 5);
+  for (const char* path : {"/f", "/never recorded"}) {
+    uploads.Add(1, path, "ours");
+    EXPECT_EQ(PushEvent(entry_, told(path, "ours")), 0);
+    EXPECT_EQ(Plan(), std::vector<std::string>{std::string("-") + path});
+    DBFileInfo row;
+    ASSERT_EQ(entry_.event_db->getEventInfo(path, row), 1);
+    EXPECT_EQ(row.syncID, 8u);
+    EXPECT_EQ(row.fileCheckSum, "ours");
+  }
+  // Another's content is news, and so is one of which the answer came.
+  uploads.Add(1, "/g", "ours");
+  EXPECT_EQ(PushEvent(entry_, told("/g", "another's")), 1);
+  EXPECT_EQ(Plan(), std::vector<std::string>{"</g"});
+  uploads.Remove(1, "/g");
+  EXPECT_EQ(PushEvent(entry_, told("/g", "ours")), 1);
+  EXPECT_EQ(Plan(), std::vector<std::string>{"</g"});
+  // What is still there is compared when the event is handled.
+  Touch("/g");
+  uploads.Add(1, "/g", "ours");
+  EXPECT_EQ(PushEvent(entry_, told("/g", "ours")), 1);
 }
 
 TEST_F(ServerRecordTest, FillsWhatIsNotTold) {

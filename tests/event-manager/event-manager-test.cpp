@@ -158,6 +158,17 @@ TEST_F(EventManagerTest, LeavesANewPoolAloneAndCountsWhatWasDropped) {
   EXPECT_EQ(manager_.GetUnappliedServerEventCount(1), 3u);
 }
 
+TEST_F(EventManagerTest, CountsNewsThatAForcedDownloadTookThePlaceOf) {
+  Event news = Make(1, "/f"), forced = Make(1, "/f");
+  news.m_sync_id = 5;
+  forced.m_sync_id = 0x7FFFFFFFFFFFFFFF;
+  manager_.PushServerEvent(forced);
+  manager_.PushServerEvent(news);  // takes the place of the other
+  EXPECT_EQ(manager_.GetUnappliedServerEventCount(1), 0u);
+  manager_.PushServerEvent(forced);
+  EXPECT_EQ(manager_.GetUnappliedServerEventCount(1), 1u);
+}
+
 // One of four sessions is cleared time and again; its paths may be with an older task still.
 TEST_F(EventManagerTest, NeverGivesOnePathToTwoTasks) {
   std::atomic<int> producing{3};

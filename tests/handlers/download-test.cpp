@@ -32,9 +32,17 @@ TEST_F(Download, AsksNobodyForWhatIsHere) {
   EXPECT_EQ(Db().setServerFilteredEvent(FileEventDB::ToFilteredEvent(
                 Change("/echo", 5, "old"), FilteredEvent::FILTERED_SELECTIVE_SYNC)),
             0);
+  Event own;
+  own.m_path = "/echo";
+  EXPECT_EQ(Db().setLocalFilteredEvent(
+                FileEventDB::ToFilteredEvent(own, FilteredEvent::FILTERED_SELECTIVE_SYNC)),
+            0);
   EXPECT_EQ(Handle(Change("/echo", 5, "new")), 0);
   EXPECT_EQ(Read("/echo"), "old");
   EXPECT_THAT(Parked(FilteredEvent::FILTERED_ALL), IsEmpty());
+  std::vector<FilteredEvent> own_parked;
+  EXPECT_EQ(Db().getLocalFilteredEvent(FilteredEvent::FILTERED_ALL, "/echo", 0, own_parked), 0);
+  EXPECT_THAT(own_parked, IsEmpty());
   // The local edit that came together with the echo still has to go out.
   WriteFile(Place("/echo"), "edited");
   Event conflict = Change("/echo", 5, "old");
@@ -221,6 +229,11 @@ TEST_F(Download, ChangesKindsAndKeepsEditsInside) {
   EXPECT_EQ(Handle(Change("/plain", 6, "a file now")), 0);
   EXPECT_EQ(Read("/plain"), "a file now");
   EXPECT_EQ(Row("/plain/member").syncID, 0U) << "what was in the folder is forgotten";
+  EXPECT_EQ(Db().setServerFilteredEvent(FileEventDB::ToFilteredEvent(
+                Change("/plain/member", 5, "synced"), FilteredEvent::FILTERED_SELECTIVE_SYNC)),
+            0);
+  EXPECT_NE(Handle(Change("/plain/member", 5, "synced")), 0);
+  EXPECT_THAT(Parked(FilteredEvent::FILTERED_ALL), IsEmpty()) << "also what was parked of it";
   EXPECT_THAT(Conflicts(), IsEmpty());
   EXPECT_EQ(Handle(FolderChange("/plain", 7)), 0);
   EXPECT_TRUE(File(Place("/plain"), true).IsDirectory());
@@ -268,6 +281,19 @@ TEST_F(Download, ForcedFetchesWhatIsGoneAndForgetsNothing) {
   EXPECT_EQ(Read("/file"), "synced");
   EXPECT_EQ(Row("/file").syncID, 5U);
   EXPECT_THAT(LeftOvers(), IsEmpty());
+
+  // What is parked for the path is newer than its record.
+  EXPECT_EQ(Db().setServerFilteredEvent(FileEventDB::ToFilteredEvent(
+                Change("/file", 8, "parked"), FilteredEvent::FILTERED_SELECTIVE_SYNC)),
+            0);
+  std::filesystem::remove(Place("/file").str());
+  answer_ = [&](const PObject& request) {
+    EXPECT_EQ(request["target_sync_id"].asUInt64(), 8U);
+    return Whole("parked", 8);
+  };
+  EXPECT_EQ(Handle(forced, event), 0);
+  EXPECT_EQ(Read("/file"), "parked");
+  EXPECT_EQ(Row("/file").syncID, 8U);
 }
 
 TEST_F(Download, RescansAndFiltersFirst) {

@@ -82,6 +82,16 @@ TEST(IpcListener, LeavesNoSocketBehindWhicheverCallFails) {
   }
 }
 
+// Somebody else had bound it, too, and listened first.
+TEST(IpcListener, PassesOverAPortThatIsTakenBetweenBindAndListen) {
+  FaultySockets sockets;
+  sockets.plan.FailNth("Listen", 1, platform::ErrorKind::kAddressInUse);
+  IPCListener listener;
+  EXPECT_GT(listener.prepare(21'800), 21'800);
+  EXPECT_EQ(sockets.plan.calls("Create"), 2U);
+  EXPECT_EQ(sockets.plan.calls("Close"), 1U);
+}
+
 TEST(IpcSender, NeedsSomebodyWhoListens) {
   int port = 0;
   { port = IPCListener().prepare(21'500); }

@@ -1,6 +1,7 @@
 #include "client/core/event-generator.h"
 
 #include "client/core/server-record.h"
+#include "client/core/unanswered-uploads.h"
 #include "client/event-manager.h"
 #include "client/event-path.h"
 #include "client/file-event-db.h"
@@ -60,13 +61,41 @@ void FillWithKnown(FileEventDB& db, Event& event) {
   FillFromServerView(known, event);
 }
 
+bool IsThere(const Registry::Entry& entry, const ustring& path) {
+  FILE_INFO info;
+  return FSStat(JoinPath(entry.local_path, path.view()), info, true) >= 0 && info.isExist;
+}
+
+// Whether the record tells of a content that was sent from here without an answer, and of a file
+// that is gone here since. Who made the content has removed it, so the removal goes on from the
+// version that the server came to have.
+bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row) {
+  if (event.m_type == Event::EV_REMOVE || event.isDir() || event.m_data_hash.empty() ||
+      !UnansweredUploads::getInstance().Take(entry.sess_id, event.m_path, event.m_data_hash) ||
+      IsThere(entry, event.m_path)) {
+    return false;
+  }
+  row.path = event.m_path;
+  row.isExist = 1;
+  row.fileType = 0;
+  row.syncID = event.m_sync_id;
+  row.maxSyncID = event.m_max_id;
+  row.fileSize = event.m_data_size;
+  row.fileCheckSum = event.m_data_hash;
+  row.fileModTime = row.localFileModTime = event.m_time;
+  row.signaturePath.clear();
+  if (entry.event_db->setEventInfo(row) != 0) return false;
+  Logger::LogMsg(Logger::L_DEBUG, kCategory,
+                 L"[DEBUG] event-generator(%d): File [%s] was removed after its upload.\n",
+                 __LINE__, event.m_path);
+  PushLocalRemoveEvent(entry, event.m_path, false);
+  return true;
+}
+
 // Whether the client's own change has come back: the number is no news. When the file is gone it is
 // wanted again, unless it was removed here and the server is yet to hear of that.
 bool IsEcho(const Registry::Entry& entry, const Event& event) {
-  FILE_INFO info;
-  const bool there =
-      FSStat(JoinPath(entry.local_path, event.m_path.view()), info, true) >= 0 && info.isExist;
-  if (there) {
+  if (IsThere(entry, event.m_path)) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-generator(%d): File [%s] is already up-to-date (server echo).\n",
                    __LINE__, event.m_path);
@@ -101,6 +130,7 @@ int PushEvent(Registry::Entry& entry, const PObject& record) {
     return 2;
   }
   if (found == 1 && event.m_sync_id <= row.syncID && IsEcho(entry, event)) return 0;
+  if (event.m_sync_id > row.syncID && IsRemovedUpload(entry, event, row)) return 0;
 
   if (event.m_type != Event::EV_REMOVE) {
     // First what is known, then what the record tells.

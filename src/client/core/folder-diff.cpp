@@ -7,6 +7,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "client/core/recent-commits.h"
 #include "client/core/root-proof.h"
 #include "client/event-path.h"
 #include "client/file-event-db.h"
@@ -105,7 +106,8 @@ void FolderDiff::Compare(const Entry& on_disk, const Entry& known) {
 bool FolderDiff::IsModified(const Entry& on_disk, const Entry& known) const {
   const std::uint32_t kept_bits = entry_->isMSDOS ? ~std::uint32_t{1} : ~std::uint32_t{0};
   const FileList::Attribute &a = on_disk.attr, &b = known.attr;
-  return ((a.mtime ^ b.mtime) & kept_bits) != 0 || a.size != b.size || a.acl_hash != b.acl_hash;
+  return ((a.mtime ^ b.mtime) & kept_bits) != 0 || a.size != b.size || a.acl_hash != b.acl_hash ||
+         RecentCommits::getInstance().NeedsHash(entry_->sess_id, prefix_ + on_disk.path);
 }
 
 void FolderDiff::Upload(const Entry& on_disk) {

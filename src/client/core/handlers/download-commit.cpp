@@ -2,7 +2,7 @@
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/handler-helper.h"
-#include "client/core/helpers/recent-commits.h"
+#include "client/core/recent-commits.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
 

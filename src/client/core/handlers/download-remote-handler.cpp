@@ -160,9 +160,16 @@ int DownloadRemoteHandler::HandleEcho(const File& local_file, const DBFileInfo& 
                   path);
     return ERR_SYS;
   }
+  if (!local_file.Exists()) return 0;
+  if (!FileHelper::LocallyModified(context, local_file, db_info)) {
+    // What was parked of this side has nothing left to tell.
+    return context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL, path,
+                                                               0) < 0
+               ? static_cast<int>(ERR_SYS)
+               : 0;
+  }
   // The local change that this event was merged with is still to be told.
-  if (context.GetEvent().isConflict() && local_file.Exists() &&
-      FileHelper::LocallyModified(context, local_file, db_info)) {
+  if (context.GetEvent().isConflict()) {
     auto callback = std::make_unique<CreateEventCallback>();
     callback->SetUploadEvent(path, local_file.IsDirectory());
     SetCallback(std::move(callback));

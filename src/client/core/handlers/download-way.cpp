@@ -31,6 +31,11 @@ int DownloadRemoteHandler::ClearObjectAbove(const ustring& above, const File& ob
     if (record.syncID > context.GetEvent().m_sync_id) {
       HANDLER_NOTE("Worker (%d): '%s' is gone, since '%s' is a file by now.", GetWorkerId(),
                    context.GetPath(), above);
+      // What was parked of it would come back for ever.
+      if (context.GetEventDatabaseSafe().rmServerFilteredEvent(FilteredEvent::FILTERED_ALL,
+                                                               context.GetPath(), 0) < 0) {
+        return ERR_SYS;
+      }
       SetErrorAction(ACTION_DONE);
       return ERR_INT;
     }

@@ -52,9 +52,21 @@ int ExpandServerDeleteHandler::Handle() {
         entry, JoinPath(event.m_path == "/" ? ustring() : event.m_path, member->path.view()),
         member->is_dir(), event.m_sync_id, event.m_max_id);
   }
-  if (edits == 0) EventManager::getInstance().CountUnappliedServerEvent(event.m_sess_id);
+  if (edits == 0) {
+    EventManager::getInstance().CountUnappliedServerEvent(event.m_sess_id);
+  } else if (ForgetFolder() < 0) {
+    return ERR_INT;
+  }
   SetErrorAction(ACTION_DONE, std::make_unique<CreateDirSelfEventCallback>());
   return 0;
+}
+
+// The folder itself is made anew, also when what keeps it here is gone by then.
+int ExpandServerDeleteHandler::ForgetFolder() {
+  const EventContext& context = GetContext();
+  const DBFileInfo& record = context.GetDatabaseInfo();
+  if (!record.IsDir() || record.syncID > context.GetEvent().m_sync_id) return 0;
+  return context.GetEventDatabaseSafe().rmOwnEventInfo(context.GetPath());
 }
 
 }  // namespace tolven

@@ -11,6 +11,9 @@ class ExpandServerDeleteHandler : public EventHandler {
  public:
   int Handle() override;
   bool FilterEvent() override;
+
+ private:
+  int ForgetFolder();
 };
 
 }  // namespace tolven

@@ -54,10 +54,14 @@ int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   const Event forced = context.GetEvent();
   DBFileInfo original = db_info;
   if (db.fillServerColumns(path, original) < 0) return ERR_SYS;
+  // A newer version may be parked for the path, and its own event gave way to this one.
+  DBFileInfo told;
+  if (db.getServerEventByPath(path, told) < 0) return ERR_SYS;
+  const bool is_newer = told.isExist != 0 && told.syncID > db_info.syncID;
   HANDLER_INFO("Replace force download sync_id to synic_id in DB [%llu].", db_info.syncID);
   Event event = forced;
-  event.m_sync_id = db_info.syncID;
-  event.m_max_id = db_info.maxSyncID;
+  event.m_sync_id = is_newer ? told.syncID : db_info.syncID;
+  event.m_max_id = is_newer ? told.maxSyncID : db_info.maxSyncID;
   DBFileInfo record = db_info;
   record.syncID = 0;
   record.maxSyncID = 0;

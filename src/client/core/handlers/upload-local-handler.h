@@ -71,6 +71,8 @@ class UploadLocalHandler : public EventHandler {
   int Exchange(std::uint8_t command, const PObject& request, PObject& response);
   int FinishUpload(int transferred, TransferObjects& objects, const DBFileInfo& db_info,
                    const ustring& sign_file);
+  // Remembers what was sent when no answer came.
+  void NoteAnswer(int transferred, const PObject& request) const;
 
   // upload-commit.cpp: what comes of it
   int HandleUploadResponseError(std::uint32_t error_code);

@@ -3,7 +3,7 @@
 #include "client/core/handlers/upload-local-handler.h"
 #include "client/core/helpers/file-helper.h"
 #include "client/core/helpers/handler-helper.h"
-#include "client/core/helpers/recent-commits.h"
+#include "client/core/recent-commits.h"
 #include "client/file-event-db.h"
 #include "rsapi-cpp/simple-file-reader.h"
 

@@ -4,6 +4,7 @@
 #include "client/core/helpers/handler-helper.h"
 #include "client/core/protocol-client.h"
 #include "client/core/resume-trans-mgr.h"
+#include "client/core/unanswered-uploads.h"
 #include "client/file-event-db.h"
 #include "lib/proto-common.h"
 
@@ -103,6 +104,7 @@ int UploadLocalHandler::FinishUpload(int transferred, TransferObjects& objects,
                                      const DBFileInfo& db_info, const ustring& sign_file) {
   const PObject &request = objects.request, &response = objects.response;
   int result = transferred;
+  NoteAnswer(transferred, request);
   if (transferred < 0 && IsEventResumable()) {
     // What the cache has is for the next attempt, the signature, too.
     objects.Release();
@@ -128,6 +130,17 @@ int UploadLocalHandler::FinishUpload(int transferred, TransferObjects& objects,
   // The database took it into its store, or nobody needs it.
   if (!sign_file.empty()) (void)FSRemove(sign_file, false);
   return result;
+}
+
+void UploadLocalHandler::NoteAnswer(int transferred, const PObject& request) const {
+  const EventContext& context = GetContext();
+  const std::uint64_t session = context.GetEntry().sess_id;
+  const ustring hash = request["file"]["hash"].asString();
+  if (transferred < 0 && !hash.empty()) {
+    UnansweredUploads::getInstance().Add(session, context.GetPath(), hash);
+  } else {
+    UnansweredUploads::getInstance().Remove(session, context.GetPath());
+  }
 }
 
 int UploadLocalHandler::Upload(bool resumable, PObject& request, PObject& response,

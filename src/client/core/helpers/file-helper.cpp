@@ -5,7 +5,7 @@
 #include "client/core/event-context.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/folder-walk.h"
-#include "client/core/helpers/recent-commits.h"
+#include "client/core/recent-commits.h"
 #include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/black-list2.h"

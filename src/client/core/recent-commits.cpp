@@ -1,4 +1,4 @@
-#include "client/core/helpers/recent-commits.h"
+#include "client/core/recent-commits.h"
 
 #include <string>
 
