@@ -39,7 +39,7 @@ void AddFolderOptions(CLI::App* command, AddOptions& options) {
   command->add_flag("--insecure", options.insecure, "TLS with whatever certificate");
   command->add_option("--host-name", options.host_name,
                       "the name to find in the certificate (default: HOST unless an address)");
-  command->add_option("--proxy", options.proxy, "http://[USER[:PASSWORD]@]HOST:PORT");
+  command->add_option("--proxy", options.proxy, "http://[[DOMAIN\\]USER[:PASSWORD]@]HOST:PORT");
   command->add_option("--tunnel", options.tunnel, "HOST:PORT of a relay");
 }
 

@@ -1,5 +1,6 @@
 #include "ctl/server-probe.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "client/core/connection-request.h"
@@ -22,7 +23,18 @@ constexpr std::uint32_t kUntoldBuild = 2402;
 constexpr int kConnectionModeIp = 1;
 constexpr PStream::Limits kLimits{10'000, 1 << 20, false};
 
-bool AddProxy(const ConnectionRecord& connection, PObject& request, std::string& error) {
+// Addresses of the server; behind a proxy or relay its name, which is looked up there.
+bool FindServer(const ConnectionRecord& connection, std::vector<std::string>& addresses,
+                std::string& error) {
+  if (connection.proxy.empty() && connection.tunnel.empty()) {
+    return ResolveHost(connection.server, addresses, error);
+  }
+  addresses.push_back(connection.server.host);
+  return true;
+}
+
+bool AddProxy(const ConnectionRecord& connection, const ustring& computer, PObject& request,
+              std::string& error) {
   if (connection.proxy.empty()) return true;
   ProxyAddress proxy;
   std::vector<std::string> addresses;
@@ -30,10 +42,18 @@ bool AddProxy(const ConnectionRecord& connection, PObject& request, std::string&
       !ResolveHost(proxy.endpoint, addresses, error)) {
     return false;
   }
+  // Proxies are spoken to over IPv4 alone.
+  const auto usable = std::find_if(addresses.begin(), addresses.end(), [](const auto& address) {
+    return address.find(':') == std::string::npos;
+  });
+  if (usable == addresses.end()) {
+    error = "the proxy " + proxy.endpoint.host + " has no IPv4 address";
+    return false;
+  }
   request["use_proxy"] = true;
-  request["proxy_ip"] = ustring(addresses.front());
+  request["proxy_ip"] = ustring(*usable);
   request["proxy_port"] = proxy.endpoint.port;
-  request["proxy_host"] = ustring(proxy.endpoint.host);
+  request["proxy_host"] = computer;
   request["proxy_username"] = ustring(proxy.user);
   request["proxy_password"] = ustring(proxy.password);
   request["proxy_domain"] = ustring(proxy.domain);
@@ -43,14 +63,23 @@ bool AddProxy(const ConnectionRecord& connection, PObject& request, std::string&
 bool AddTunnel(const ConnectionRecord& connection, PObject& request, std::string& error) {
   if (connection.tunnel.empty()) return true;
   Endpoint tunnel;
-  std::vector<std::string> addresses;
-  if (!ReadEndpoint(connection.tunnel, tunnel, error) || !ResolveHost(tunnel, addresses, error)) {
-    return false;
+  if (!ReadEndpoint(connection.tunnel, tunnel, error)) return false;
+  std::vector<std::string> addresses{tunnel.host};
+  if (connection.proxy.empty()) {
+    addresses.clear();
+    if (!ResolveHost(tunnel, addresses, error)) return false;
   }
   request["use_tunnel"] = true;
   request["tunnel_ip"] = ustring(addresses.front());
   request["tunnel_port"] = tunnel.port;
   return true;
+}
+
+std::string CannotReach(const ConnectionRecord& connection) {
+  std::string text = "cannot reach " + connection.server.Text();
+  if (!connection.tunnel.empty()) text += " through the relay " + connection.tunnel;
+  if (!connection.proxy.empty()) text += " through the proxy";
+  return text;
 }
 
 ProbeResult Fail(int code, std::string error) {
@@ -84,7 +113,7 @@ bool MakeConnectionRequest(const ConnectionRecord& connection, const char* actio
   std::vector<std::string> addresses{connection.address};
   if (connection.address.empty()) {
     addresses.clear();
-    if (!ResolveHost(connection.server, addresses, error)) return false;
+    if (!FindServer(connection, addresses, error)) return false;
   }
   ustring computer;
   int platform_id = 0;
@@ -104,13 +133,13 @@ bool MakeConnectionRequest(const ConnectionRecord& connection, const char* actio
   request["package_major"] = connection.major;
   request["package_minor"] = connection.minor;
   request["package_version"] = connection.build;
-  return AddProxy(connection, request, error) && AddTunnel(connection, request, error);
+  return AddProxy(connection, computer, request, error) && AddTunnel(connection, request, error);
 }
 
 namespace {
 
 ProbeResult Speak(const ConnectionRecord& connection, Channel& channel, const ustring& host_name) {
-  const std::string unreachable = "cannot reach " + connection.server.Text();
+  const std::string unreachable = CannotReach(connection);
   PObject request, response;
   PStream stream;
   stream.SetLimits(kLimits);
@@ -138,15 +167,13 @@ ProbeResult ProbeAddress(const ConnectionRecord& connection, std::atomic<int>* a
     return Fail(ErrorCodes::ERR_IO, error);
   }
   const ConnectionRequest way(message);
-  const auto made = CreateChannelByConnectionType(way.proxy_in_use(), way.tunnel_in_use());
-  Channel direct;
-  Channel& channel = made == nullptr ? direct : *made;
-  channel.SetFlag(abort);
-  channel.SetTimeout(kAnswerSeconds);
-  if (channel.Open(way.info.server_ip.c_str_utf8(), way.info.server_port) < 0) {
-    return Fail(ErrorCodes::ERR_IO, "cannot reach " + connection.server.Text());
+  const auto channel = CreateChannelByConnectionType(way.proxy_in_use(), way.tunnel_in_use());
+  channel->SetFlag(abort);
+  channel->SetTimeout(kAnswerSeconds);
+  if (channel->Open(way.info.server_ip.c_str_utf8(), way.info.server_port) < 0) {
+    return Fail(ErrorCodes::ERR_IO, CannotReach(connection));
   }
-  ProbeResult result = Speak(connection, channel, way.info.server_name);
+  ProbeResult result = Speak(connection, *channel, way.info.server_name);
   result.address = connection.address;
   return result;
 }
@@ -156,7 +183,7 @@ ProbeResult ProbeAddress(const ConnectionRecord& connection, std::atomic<int>* a
 ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* abort) {
   std::vector<std::string> addresses;
   std::string error;
-  if (!ResolveHost(connection.server, addresses, error)) return Fail(ErrorCodes::ERR_IO, error);
+  if (!FindServer(connection, addresses, error)) return Fail(ErrorCodes::ERR_IO, error);
   ProbeResult result;
   for (const std::string& address : addresses) {
     ConnectionRecord one = connection;

@@ -20,13 +20,14 @@ struct ProbeResult {
   std::uint32_t major = 0, minor = 0, build = 0;
 };
 
-// Asks the server of a record. Blocks for up to a minute when nobody answers; `*abort` not 0 ends
-// that early. Uses the certificates of WriteTrustBundle. Any thread may call.
+// Asks the server of a record. Blocks for up to a minute when nobody answers, or two behind a proxy
+// or relay; `*abort` not 0 ends that early. Uses the certificates of WriteTrustBundle. Any thread
+// may call.
 ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* abort);
 
 // The request by which the daemon links a connection, or is told of its changes: `action` is
-// "link_connection" or "reload_connection". Names are resolved; the server's is its `address` when
-// that is known. False with one line in `error`.
+// "link_connection" or "reload_connection". Names are resolved, unless a proxy or relay is to do so;
+// the server's is its `address` when that is known. False with one line in `error`.
 bool MakeConnectionRequest(const ConnectionRecord& connection, const char* action, PObject& request,
                            std::string& error);
 

@@ -8,8 +8,7 @@
 
 namespace tolven {
 
-// A closed channel that goes through what is given and in use; null for a direct one. A way that
-// this build does not have gives a channel whose Open fails with an error line.
+// A closed channel that goes through what is given and in use; null for neither.
 std::unique_ptr<Channel> CreateChannelByConnectionType(const ProxyInfo* proxy,
                                                        const TunnelInfo* tunnel);
 

@@ -8,6 +8,7 @@
 #include "lib/log.h"
 #include "libzentcat/lib/bio/ssl-client-socket.h"
 #include "libzentcat/lib/bio/ssl-server-socket.h"
+#include "libzenttunnelclient/tunnel-client.h"
 
 namespace tolven {
 
@@ -56,6 +57,22 @@ int Channel::ConvertToSSLChannel(bool server) {
   m_bio = std::move(ssl);
   m_isSSL = true;
   return 0;
+}
+
+int Channel::AskRelay(const char* host, int port, int& status) {
+  using std::chrono::duration_cast, std::chrono::seconds;
+  if (m_bio == nullptr || m_isSSL) return kIoFailed;
+  const auto ssl = CreateSSLClient(true, ustring());
+  const bool is_ready = ssl->setMaxVersion(TLS1_2_VERSION) == 0 && m_bio->handoverTo(*ssl) == 0;
+  if (is_ready) {
+    const auto whole = duration_cast<seconds>(m_timeout);
+    status = ZENTTunnelClientHandshake(ssl->ssl(), host, port, whole.count(),
+                                       (m_timeout - whole).count(),
+                                       static_cast<int>(channel_timeout), AbortFlag());
+  }
+  // After a handshake that failed the socket may be in both.
+  const bool is_back = ssl->handoverTo(*m_bio) == 0;
+  return is_ready && is_back ? 0 : kIoFailed;
 }
 
 std::unique_ptr<SslSocket> Channel::CreateSSLSocket(bool server) {

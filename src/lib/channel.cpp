@@ -120,7 +120,6 @@ int Channel::CreateBufferIO() {
   return result < 0 ? kIoFailed : 0;
 }
 
-// Ends a connection without a last flush.
 void Channel::DropConnection() {
   m_bio.reset();
   m_isSSL = false;
@@ -150,6 +149,8 @@ void Channel::SetTimeout(std::uint32_t seconds) {
 }
 
 void Channel::SetFlag(std::atomic<int>* flag) { abort_handler->flag = flag; }
+
+const std::atomic<int>* Channel::AbortFlag() const { return abort_handler->flag; }
 
 int Channel::Read(char* data, std::size_t size) {
   std::size_t got = 0;

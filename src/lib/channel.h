@@ -134,6 +134,15 @@ class Channel {
   int CreateBufferIO();
   // A TLS layer, not yet loaded; null when key or certificate cannot be used.
   std::unique_ptr<TolvenApplication::SslSocket> CreateSSLSocket(bool server);
+  // Has the relay at the other end of this plain connection lead it on to `host`. The relay is
+  // spoken to in a TLS session of its own, at most 1.2, after whose end no record can be on its
+  // way, and without a close message; whatever happens, the connection is plain again afterwards.
+  // Whose certificate the relay has does not matter: its TLS protects nothing of what follows. 0
+  // and the relay's answer in `status`, or -2 when there was no TLS.
+  int AskRelay(const char* host, int port, int& status);
+  // Ends a connection without a last flush.
+  void DropConnection();
+  const std::atomic<int>* AbortFlag() const;  // may be null
 
   std::chrono::microseconds m_timeout{1'000'000};  // poll interval of the tunnel's handshake
   std::uint32_t channel_timeout = 60;
@@ -148,7 +157,6 @@ class Channel {
   static std::unique_ptr<TolvenApplication::SslSocket> CreateSSLClient(bool allow_untrust,
                                                                        const ustring& hostname);
   static std::unique_ptr<TolvenApplication::SslSocket> CreateSSLServer();
-  void DropConnection();
   template <class Integer>
   int ReadInteger(Integer& value);
   template <class Integer>

@@ -63,6 +63,10 @@ class ForwardingSockets : public Sockets, protected Forwarding {
     got = 0;
     return Do("Receive", [&] { return base_.Receive(socket, data, size, got); });
   }
+  Status Peek(NativeSocket socket, void* data, std::size_t size, std::size_t& got) override {
+    got = 0;
+    return Do("Peek", [&] { return base_.Peek(socket, data, size, got); });
+  }
   Status Send(NativeSocket socket, const void* data, std::size_t size, std::size_t& sent) override {
     sent = 0;
     return Do("Send", [&] { return base_.Send(socket, data, size, sent); });

@@ -255,6 +255,10 @@ class LinuxSockets : public Sockets {
     return Moved(Retry([&] { return ::recv(Fd(socket), data, size, 0); }), got);
   }
 
+  Status Peek(NativeSocket socket, void* data, std::size_t size, std::size_t& got) override {
+    return Moved(Retry([&] { return ::recv(Fd(socket), data, size, MSG_PEEK); }), got);
+  }
+
   Status Send(NativeSocket socket, const void* data, std::size_t size, std::size_t& sent) override {
     return Moved(Retry([&] { return ::send(Fd(socket), data, size, MSG_NOSIGNAL); }), sent);
   }

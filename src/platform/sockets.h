@@ -56,9 +56,11 @@ class Sockets {
   // kTimedOut when the time is up, another error for a bad descriptor or urgent data. A connection
   // that broke counts as usable: the next call on it tells the reason.
   virtual Status Wait(NativeSocket socket, SocketWait what, int timeout_ms) = 0;
-  // These three: kWouldBlock when a non-blocking socket has nothing to do now.
+  // These four: kWouldBlock when a non-blocking socket has nothing to do now.
   // `got` 0 with success: the peer has closed its side.
   virtual Status Receive(NativeSocket socket, void* data, std::size_t size, std::size_t& got) = 0;
+  // Receive that leaves the bytes where they are.
+  virtual Status Peek(NativeSocket socket, void* data, std::size_t size, std::size_t& got) = 0;
   virtual Status Send(NativeSocket socket, const void* data, std::size_t size,
                       std::size_t& sent) = 0;
   // Hands part of a file to the kernel. `sent` 0 with success: the file ends at or before `offset`.

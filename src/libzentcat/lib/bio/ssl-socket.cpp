@@ -28,6 +28,11 @@ SslSocket::~SslSocket() {
   SSL_CTX_free(m_ssl_ctx);
 }
 
+int SslSocket::setMaxVersion(int version) {
+  if (m_ssl_ctx == nullptr) return -1;
+  return SSL_CTX_set_max_proto_version(m_ssl_ctx, version) == 1 ? 0 : -1;
+}
+
 int SslSocket::handshakeOn(IOBase& io, void (*set_state)(SSL*)) {
   auto* const socket = dynamic_cast<Socket*>(&io);
   if (socket == nullptr) return fail(error_invalid_fd);

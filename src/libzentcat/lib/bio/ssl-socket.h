@@ -26,6 +26,8 @@ class SslSocket : public BufferedIOBase {
   std::int64_t read(void* data, std::size_t size) override;
 
   SSL* ssl() const { return m_ssl; }  // null when not loaded
+  // The newest version of TLS to use, such as TLS1_2_VERSION: 0 or -1. To be called before load().
+  int setMaxVersion(int version);
 
  protected:
   explicit SslSocket(const SSL_METHOD* method);
