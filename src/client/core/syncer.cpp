@@ -1,5 +1,6 @@
 #include "client/core/syncer.h"
 
+#include <chrono>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,9 @@ constexpr unsigned kCaughtUpSeconds = 5;
 constexpr std::int64_t kStuckMilliseconds = 60'000;
 // How often a batch is pulled again of which something was not applied.
 constexpr int kUnappliedTries = 3;
+
+constexpr std::chrono::milliseconds kStep{100};
+constexpr int kStepsPerSecond = 10;
 
 std::int64_t Now() { return platform::clock().MonotonicMilliseconds(); }
 
@@ -227,7 +231,7 @@ int Syncer::WaitForWorkers(WaitEnd& end) {
       return ErrorCodes::ERR_INT;
     }
     SYNCER_DEBUG("Wait for workers (still %d pending server events).\n", pending);
-    Wait(1);
+    WaitForLast(session);
     const State state = GetState();
     if (state == STOP) {
       SYNCER_WARNING("Program stopped while syncing files ...\n");
@@ -248,6 +252,15 @@ int Syncer::WaitForWorkers(WaitEnd& end) {
   }
   end = WaitEnd::APPLIED;
   return 0;
+}
+
+// A second, but no longer than until the last event has come to its end: a long list of changes
+// comes in many batches.
+void Syncer::WaitForLast(std::uint64_t session) {
+  for (int step = 0; step < kStepsPerSecond && GetState() == RUN; ++step) {
+    platform::clock().Sleep(kStep);
+    if (EventManager::getInstance().GetPendingServerEvent(session) <= 0) return;
+  }
 }
 
 // Whether the batch counts as applied; a pull that lost something is repeated, but not for ever.

@@ -77,6 +77,7 @@ class Syncer : public Task {
   void QueueEvents(const PObject& event_list);
   // 0, or -1 when it was interrupted. `end` tells whether all events came to their end.
   int WaitForWorkers(WaitEnd& end);
+  void WaitForLast(std::uint64_t session);
   int FinishBatch(std::uint64_t next);
   bool MayStore();
   void SendRescanEvent(std::uint64_t session) EXCLUDES(rescan_events_lock);
