@@ -1,7 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
+#include "client/core/settings.h"
 #include "client/windows/detector-win-vol.h"
 #include "client/windows/win-umount-notifyer.h"
+#include "lib/ui-ipc.h"
+#include "lib/ui-report-queue.h"
+#include "support/local-ui.h"
+#include "support/temp-folder.h"
 
 namespace tolven {
 namespace {
@@ -17,6 +24,35 @@ TEST(Umount, FindsTheSessionsOfAVolumeByLetterOrMountPoint) {
   EXPECT_TRUE(lies_on("/media/e/x", "/media/e"));
   EXPECT_FALSE(lies_on("/media/ex", "/media/e"));
   EXPECT_TRUE(lies_on("/x", "/"));
+}
+
+TEST(Umount, ReportsTheSessionsOfThisLinkAlone) {
+  test::LocalUi ui(22'000);
+  test::TempFolder folder;
+  test::WriteFile(folder / "conf", "ui_port = " + std::to_string(ui.port()));
+  Settings::getInstance().loadConfigSettings(folder / "conf");
+  UiReportQueue::getInstance().Start();
+  WinUmountNotifyer& notifyer = WinUmountNotifyer::GetInstance();
+  {
+    DetectorVol task;
+    task.AddWatch("E:/x", 1);
+    task.AddWatch("F:/x", 2);
+    task.AddWatch("E:/y", 3);
+    notifyer.NotifyUnmount("E");
+  }
+  DetectorVol task;
+  task.AddWatch("G:/x", 1);
+  notifyer.NotifyUnmount("E");
+  notifyer.NotifyUnmount("F");
+  notifyer.NotifyUnmount("G");
+  UI_IPC::LastBreath();
+  std::vector<std::uint64_t> told;
+  for (PObject report = ui.Receive(); report.hasMember("notify"); report = ui.Receive()) {
+    EXPECT_EQ(report["error_type"].asInt32(), -29);
+    told.push_back(report["session_id"].asUInt64());
+  }
+  EXPECT_EQ(told, (std::vector<std::uint64_t>{1, 3, 1}));
+  UiReportQueue::getInstance().Stop(std::chrono::milliseconds(0));
 }
 
 TEST(Umount, TheTaskEndsWhenItIsStoppedBeforeOrAfterItsStart) {

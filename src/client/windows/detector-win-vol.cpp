@@ -20,6 +20,8 @@ void OnVolumeGone(const ustring& volume) {
 
 DetectorVol::DetectorVol() : monitor_(platform::volumes().NewMonitor()) {}
 
+DetectorVol::~DetectorVol() { WinUmountNotifyer::GetInstance().Clear(); }
+
 int DetectorVol::AddWatch(const ustring& path, std::uint64_t sess_id) {
   return WinUmountNotifyer::GetInstance().AddWatch(path, sess_id);
 }

@@ -14,6 +14,9 @@ namespace tolven {
 class DetectorVol : public Task {
  public:
   DetectorVol();
+  // All sessions end with the tasks: none is reported any more, and none stands in the way of the
+  // folder that its number gets next.
+  ~DetectorVol() override;
 
   int Stop() override;
   void DoTask() override;

@@ -28,6 +28,11 @@ void WinUmountNotifyer::RemoveWatch(std::uint64_t sess_id) {
   index.erase(sess_id);
 }
 
+void WinUmountNotifyer::Clear() {
+  const MutexLock lock(m_mutex);
+  index.clear();
+}
+
 bool WinUmountNotifyer::IsOnVolume(const ustring& path, const ustring& drive) {
   const std::string_view text = path.view(), volume = drive.view();
   if (!volume.starts_with("/")) return text.substr(0, text.find(':')) == volume;

@@ -19,6 +19,7 @@ class WinUmountNotifyer {
   // The session's local folder. A session that is known keeps what it has. 0.
   int AddWatch(const ustring& path, std::uint64_t sess_id);
   void RemoveWatch(std::uint64_t sess_id);
+  void Clear();
   // A volume went away: a drive letter ("E"), or the folder that it was mounted on ("/media/e").
   void NotifyUnmount(const ustring& drive);
 
