@@ -62,8 +62,9 @@ class ClientProcess {
     std::string white_list = "*";
     int build = 3317;
     std::string remote_path = "/";
-    int port = 0;             // of a way to the server; 0: the server's own
-    std::string levels = {};  // further lines of the log levels
+    int port = 0;                            // of a way to the server; 0: the server's own
+    std::string levels = {};                 // further lines of the log levels
+    std::function<void(PObject&)> way = {};  // adds to "link_connection" what leads to the server
   };
 
   ClientProcess(const ServerProcess& server, std::string name, Options options)
@@ -153,6 +154,7 @@ class ClientProcess {
     request["ssl_allow_untrust"] = true;
     request["computer_name"] = ustring(name_);
     request["package_version"] = options_.build;
+    if (options_.way) options_.way(request);
     EXPECT_FALSE(Tell("link_connection", request).hasMember("error"));
   }
   PObject AddSession(bool merge) {
