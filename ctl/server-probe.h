@@ -26,8 +26,8 @@ struct ProbeResult {
 ProbeResult ProbeServer(const ConnectionRecord& connection, std::atomic<int>* abort);
 
 // The request by which the daemon links a connection, or is told of its changes: `action` is
-// "link_connection" or "reload_connection". Names are resolved, unless a proxy or relay is to do so;
-// the server's is its `address` when that is known. False with one line in `error`.
+// "link_connection" or "reload_connection". Names are resolved, unless a proxy or relay is to do
+// so; the server's is its `address` when that is known. False with one line in `error`.
 bool MakeConnectionRequest(const ConnectionRecord& connection, const char* action, PObject& request,
                            std::string& error);
 

@@ -9,11 +9,14 @@
 #include <functional>
 #include <sstream>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/process.h"
 #include "server/protocol/certificate.h"
 #include "support/temp-folder.h"
+#include "support/test-proxy.h"
+#include "support/test-relay.h"
 
 namespace tolven::ctl {
 namespace {
@@ -217,6 +220,44 @@ TEST_F(CtlProcess, ChecksTokenAndCertificateOfAServer) {
   test::WriteFile(other / "own/right.pem", ReadFile(ustring(certificate)));
   EXPECT_EQ(Run(server + token + " --ca " + (other / "own").str(), &output), 0) << output;
   EXPECT_EQ(Run("remove --yes"), 0);
+  setenv("XDG_DATA_HOME", home_.path().c_str(), 1);
+}
+
+// One home's server is the other's, by way of a proxy and a relay.
+TEST_F(CtlProcess, UpGoesThroughAProxyAndARelay) {
+  StartResident({"up", home_ / "docs"});
+  AwaitStatus("(built in): connected");
+  const Json::Value connection = Store()["connections"][0];
+  const std::string certificate = (home_ / "Tolvenhub/server/server.pem").str();
+  const test::TestProxy proxy(test::TestProxy::Wants::kBasic, {"ann", "a@b", "", ""});
+  const test::TestRelay relay;
+  const std::string at = "@127.0.0.1:" + std::to_string(proxy.port());
+
+  const TempFolder other;
+  setenv("XDG_DATA_HOME", other.path().c_str(), 1);
+  const std::string server = "add " + (other / "docs").str() + " --view 1 --server " +
+                             connection["server"].asString() + " --token " +
+                             connection["token"].asString() + " --ca " + certificate;
+  const std::string tunnel = " --tunnel localhost:" + std::to_string(relay.port());
+  std::string output;
+  EXPECT_EQ(Run(server + tunnel + " --proxy http://ann:wrong" + at, &output), 0) << output;
+  EXPECT_NE(output.find("through the proxy; it is tried again"), std::string::npos) << output;
+  EXPECT_EQ(Run("remove --yes"), 0);
+  EXPECT_EQ(relay.joined(), 0);
+  EXPECT_EQ(Run(server + tunnel + " --proxy http://ann:a%40b" + at, &output), 0) << output;
+  EXPECT_EQ(output.find("it is tried again"), std::string::npos) << output;
+
+  const platform::ChildProcess first = std::exchange(resident_, {});
+  StartResident({"up"});
+  AwaitStatus(connection["server"].asString() + ": connected");
+  test::WriteFile(home_ / "docs/file", "content");
+  WaitFor([&] { return ReadFile(other / "docs/file") == "content"; });
+  EXPECT_GE(relay.joined(), 2);
+  EXPECT_TRUE(relay.problems().empty()) << relay.problems().front();
+  EXPECT_TRUE(proxy.targets().contains("localhost:" + std::to_string(relay.port())));
+  EXPECT_EQ(Run("stop"), 0);
+  EXPECT_EQ(ResidentStatus(), 0);
+  resident_ = first;
   setenv("XDG_DATA_HOME", home_.path().c_str(), 1);
 }
 

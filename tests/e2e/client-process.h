@@ -65,6 +65,7 @@ class ClientProcess {
     int port = 0;             // of a way to the server; 0: the server's own
     std::string levels = {};  // further lines of the log levels
     std::vector<ustring> program = {ustring(DAEMON)};  // with the words before its configuration
+    std::function<void(PObject&)> way = {};  // adds to "link_connection" what leads to the server
   };
 
   ClientProcess(const ServerProcess& server, std::string name, Options options)
@@ -155,6 +156,7 @@ class ClientProcess {
     request["ssl_allow_untrust"] = true;
     request["computer_name"] = ustring(name_);
     request["package_version"] = options_.build;
+    if (options_.way) options_.way(request);
     EXPECT_FALSE(Tell("link_connection", request).hasMember("error"));
   }
   PObject AddSession(bool merge) {

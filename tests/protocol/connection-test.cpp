@@ -135,7 +135,7 @@ TEST(ConnectionTest, ReloadsBetweenExchangesAndWithoutAChannelOfTheOldServer) {
   EXPECT_EQ(peer.accepted(), 2);
   EXPECT_TRUE(renewed.isConnected());
 
-  // What this build cannot go through is never gone round.
+  // A proxy that is nowhere is never gone round.
   ProxyInfo proxy;
   proxy.use_proxy = true;
   ASSERT_EQ(manager.reload(changed, &proxy, nullptr), 0);

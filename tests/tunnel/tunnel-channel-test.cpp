@@ -57,7 +57,7 @@ void Speak(Channel& channel, const test::Certificates& certificates) {
     ASSERT_EQ(channel.FlushWrite(0), 0);
     ASSERT_EQ(channel.ReadInt32(value), 0);
     EXPECT_EQ(value, sent);
-    if (sent == 0x01020304U) ASSERT_EQ(channel.ConvertToSSLChannel(false), 0);
+    ASSERT_EQ(sent == 0x01020304U ? channel.ConvertToSSLChannel(false) : 0, 0);
   }
 }
 
