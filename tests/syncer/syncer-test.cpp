@@ -149,7 +149,7 @@ class SyncerTest : public ::testing::Test {
   // Does what workers do, until the object goes.
   class Workers {
    public:
-    explicit Workers(std::function<void(const Event&)> apply = nullptr)
+    explicit Workers(const std::function<void(const Event&)>& apply = nullptr)
         : thread_([this, apply] {
             Task task;
             Event event;
