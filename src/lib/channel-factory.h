@@ -8,7 +8,7 @@
 
 namespace tolven {
 
-// A closed channel that goes through what is given and in use; null for neither.
+// A closed channel that goes through what is given and in use, or straight to the server.
 std::unique_ptr<Channel> CreateChannelByConnectionType(const ProxyInfo* proxy,
                                                        const TunnelInfo* tunnel);
 

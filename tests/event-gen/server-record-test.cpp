@@ -77,6 +77,8 @@ TEST_F(ServerRecordTest, RemovesWhatWasUploadedWithoutAnAnswerAndIsGone) {
     ASSERT_EQ(entry_.event_db->getEventInfo(path, row), 1);
     EXPECT_EQ(row.syncID, 8u);
     EXPECT_EQ(row.fileCheckSum, "ours");
+    ASSERT_EQ(entry_.event_db->getServerEventByPath(path, row), 1);
+    EXPECT_NE(row.serverUnixMode, 0u);
   }
   // Another's content is news, and so is one of which the answer came.
   uploads.Add(1, "/g", "ours");

@@ -1,5 +1,6 @@
 #include "client/core/event-generator.h"
 
+#include "client/core/root-proof.h"
 #include "client/core/server-record.h"
 #include "client/core/unanswered-uploads.h"
 #include "client/event-manager.h"
@@ -66,13 +67,17 @@ bool IsThere(const Registry::Entry& entry, const ustring& path) {
   return FSStat(JoinPath(entry.local_path, path.view()), info, true) >= 0 && info.isExist;
 }
 
+bool IsRootProved(const Registry::Entry& entry) {
+  return entry.root_proof == nullptr || entry.root_proof->LooksProved();
+}
+
 // Whether the record tells of a content that was sent from here without an answer, and of a file
 // that is gone here since. Who made the content has removed it, so the removal goes on from the
 // version that the server came to have.
 bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row) {
   if (event.m_type == Event::EV_REMOVE || event.isDir() || event.m_data_hash.empty() ||
       !UnansweredUploads::getInstance().Take(entry.sess_id, event.m_path, event.m_data_hash) ||
-      IsThere(entry, event.m_path)) {
+      IsThere(entry, event.m_path) || !IsRootProved(entry)) {
     return false;
   }
   row.path = event.m_path;
@@ -84,6 +89,10 @@ bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row)
   row.fileCheckSum = event.m_data_hash;
   row.fileModTime = row.localFileModTime = event.m_time;
   row.signaturePath.clear();
+  // The row was read without what the server said of its rights.
+  row.serverExecBit = kDefaultExecBit;
+  row.serverUnixMode = kDefaultMode;
+  if (entry.event_db->fillServerColumns(event.m_path, row) < 0) return false;
   if (entry.event_db->setEventInfo(row) != 0) return false;
   Logger::LogMsg(Logger::L_DEBUG, kCategory,
                  L"[DEBUG] event-generator(%d): File [%s] was removed after its upload.\n",
