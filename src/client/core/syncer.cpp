@@ -217,8 +217,10 @@ int Syncer::WaitForWorkers(WaitEnd& end) {
   std::int32_t least = INT32_MAX;
   std::int64_t progress_at = 0;
   for (;;) {
-    const std::int32_t pending = EventManager::getInstance().GetPendingServerEvent(session);
-    if (pending <= 0) break;
+    // A local change that took an event's place may turn out to have nothing to send.
+    EventManager& manager = EventManager::getInstance();
+    const std::int32_t pending = manager.GetPendingServerEvent(session);
+    if (pending <= 0 && !manager.IsReplacedServerEventPending(session)) break;
     if (pending < least) {
       least = pending;
       progress_at = Now();
