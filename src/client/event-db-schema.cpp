@@ -3,12 +3,13 @@
 namespace tolven::event_db {
 
 // Runs at each start, so each statement leaves alone what is there. `version` is written once and
-// read by nothing.
+// read by nothing. The transaction is a writing one from its start: one that reads first fails at
+// once when another connection, as that of a session that is just being replaced, writes meanwhile.
 //
 // The trigger's UPDATE only carries the call: remove_signature() answers 0, which is no row's id.
 // So a row and its signature go together, whichever statement deletes the row.
 const char kSchema[] = R"sql(
-PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL;BEGIN;
+PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL;BEGIN IMMEDIATE;
 CREATE TABLE IF NOT EXISTS event_table (
   id integer primary key,
   fileType integer NOT NULL,

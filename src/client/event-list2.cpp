@@ -172,6 +172,11 @@ bool EventList2::HasServerEventBelow(const ustring& path) const {
   return tree_.HasServerEventBelow(path.view());
 }
 
+bool EventList2::HasReplacedServerEvent() const {
+  MutexLock lock(mutex_);
+  return tree_.HasReplacedServerEvent();
+}
+
 bool EventList2::HasServerFileBehind(const ustring& path) const {
   MutexLock lock(mutex_);
   return tree_.HasServerFileBehind(path.view());

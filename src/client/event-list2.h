@@ -60,6 +60,8 @@ class EventList2 {
 
   // Whether a removal made here is pending for `path` or for a folder above it.
   bool HasLocalRemoval(const ustring& path) const;
+  // Whether a local event is pending that took the place of a server's.
+  bool HasReplacedServerEvent() const;
   // Whether a change of the server is pending for something below `path`.
   bool HasServerEventBelow(const ustring& path) const;
   // Whether one for a file waits until the event of the folder `path` has ended.

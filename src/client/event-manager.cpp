@@ -168,6 +168,12 @@ bool EventManager::IsServerEventBehind(uint64_t sess_id, const ustring& path) {
          (pool->event_tree.HasServerEventBelow(path) || pool->event_tree.HasServerFileBehind(path));
 }
 
+bool EventManager::IsReplacedServerEventPending(uint64_t sess_id) {
+  MutexLock lock(m_lock);
+  event_pool* const pool = FindPool(sess_id);
+  return pool != nullptr && pool->event_tree.HasReplacedServerEvent();
+}
+
 void EventManager::CountUnappliedServerEvent(uint64_t sess_id) {
   MutexLock lock(m_pool_index_lock);
   ++unapplied_[sess_id];

@@ -85,6 +85,10 @@ class EventManager {
   // The same, and whether one of a file waits for the event of the folder `path`.
   bool IsServerEventBehind(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
 
+  // Whether a change made here is pending that took the place of one of the server's, which it may
+  // turn out to have done in vain. Looks at everything that is pending.
+  bool IsReplacedServerEventPending(uint64_t sess_id) EXCLUDES(m_lock);
+
   // How many server events of the session ended without being applied, ever: those that clearing
   // dropped, and those that were counted. The number outlives the session. A task counts an event
   // before it ends it, so that who sees no pending event sees the count of the last one.

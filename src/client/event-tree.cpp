@@ -129,6 +129,21 @@ bool EventTree::HasServerEventBelow(std::string_view path) const {
   return false;
 }
 
+bool EventTree::HasReplacedServerEvent() const {
+  const auto has_replaced = [](const EventNode& node) {
+    return node.status != EventStatus::DONE && !node.attr.isServer() &&
+           (node.attr.mode & Event::F_REPLACED_SERVER_EVENT) != 0;
+  };
+  for (const EventDirNode* dir = root_.get(); dir != nullptr; dir = NextBelow(*root_, *dir)) {
+    if (has_replaced(*dir)) return true;
+    for (const EventFileNode* file = dir->files().first(); file != nullptr;
+         file = EventChildList<EventFileNode>::Next(*file)) {
+      if (has_replaced(*file)) return true;
+    }
+  }
+  return false;
+}
+
 bool EventTree::HasServerFileBehind(std::string_view path) const {
   const EventDirNode* const dir = FindDir(path);
   if (dir == nullptr || dir->parent == nullptr) return false;

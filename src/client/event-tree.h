@@ -43,6 +43,8 @@ class EventTree {
   // Whether a removal made locally is pending on `path` or on anything above it, or a folder above
   // it is yet to be searched for what was removed in it.
   bool HasLocalRemovalOnWay(std::string_view path) const;
+  // Whether a pending event has taken the place of a server's.
+  bool HasReplacedServerEvent() const;
   // Whether anything pending below `path` is the server's.
   bool HasServerEventBelow(std::string_view path) const;
   // Whether the server's event of a file waits for that of the folder of the same name.

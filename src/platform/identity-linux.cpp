@@ -11,6 +11,7 @@
 #include "platform/identity.h"
 #include "platform/peer-table-linux.h"
 #include "platform/service-slot.h"
+#include "platform/socket-diag-linux.h"
 #include "platform/system-file-linux.h"
 
 namespace tolven::platform {
@@ -97,6 +98,19 @@ class LinuxIdentity : public Identity {
         ::getpeername(fd, reinterpret_cast<sockaddr*>(&theirs), &theirs_size) != 0) {
       return PeerOwner::kUnknown;
     }
+    uid_t user = 0;
+    const Status asked = QueryHolder(theirs, ours, user);
+    if (asked.ok()) return Judge(user);
+    if (asked.is(ErrorKind::kNotFound)) return PeerOwner::kUnknown;
+    return LookUpOwner(ours, theirs);
+  }
+
+ private:
+  static PeerOwner Judge(uid_t holder) {
+    return holder == 0 || holder == ::geteuid() ? PeerOwner::kAllowed : PeerOwner::kRefused;
+  }
+  // Where the kernel answers no questions.
+  static PeerOwner LookUpOwner(const sockaddr_storage& ours, const sockaddr_storage& theirs) {
     const std::string local = TableForm(theirs);
     const std::string remote = TableForm(ours);
     if (local.empty() || remote.empty()) return PeerOwner::kUnknown;
@@ -106,7 +120,7 @@ class LinuxIdentity : public Identity {
       if (!ReadSystemFile(table, text).ok()) continue;
       const std::optional<uid_t> holder = FindHolder(text, local, remote);
       if (!holder) continue;
-      return *holder == 0 || *holder == ::geteuid() ? PeerOwner::kAllowed : PeerOwner::kRefused;
+      return Judge(*holder);
     }
     return PeerOwner::kUnknown;
   }

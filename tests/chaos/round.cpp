@@ -23,6 +23,7 @@ constexpr milliseconds kFaultsSeen(30);
 constexpr std::array<const char*, 4> kRules = {
     "[File]\nblack_name = \"a-b\"\n", "[Common]\nblack_name = \"b\"\n",
     "[Directory]\nblack_name = \"a b\"\n", "[File]\nmax_size = 8000\n"};
+constexpr std::array<bool, kRules.size()> kHidesFolders = {false, true, true, false};
 constexpr std::array<int, 3> kFaultsPerMillion = {300, 2'000, 15'000};
 constexpr char kLevels[] =
     "client_debug = 6\ndetector_debug = 7\nevent_list_debug = 7\nevent_manager_debug = 7\n";
@@ -165,11 +166,14 @@ std::string Round::Hide(Side& side, std::size_t rule) {
 }
 
 // A rule goes by a reload, or like a user interface does it that wants what was deleted meanwhile
-// to come back.
+// to come back. A folder that nobody looked into has to be compared.
 std::string Round::Show(Side& side, bool anew) {
+  if (side.rule < 0) return "is shown";
+  if (side.is_away) return "without its folder";
+  anew = anew || kHidesFolders.at(static_cast<std::size_t>(side.rule));
   side.rule = -1;
   side.client->SetRules("");
-  if (anew && !side.is_away) return AddAnew(side);
+  if (anew) return AddAnew(side);
   side.client->ReloadRules();
   return "told";
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -25,12 +26,14 @@ namespace tolven::test {
 
 namespace fs = std::filesystem;
 
-// Looks until `condition` holds, for two minutes at most.
+// Looks until `condition` holds, for two minutes at most; less and less often, since a look may be
+// a request or a program of its own.
 inline bool Eventually(const std::function<bool()>& condition) {
+  constexpr std::chrono::milliseconds kFirstPause(10), kLongestPause(300);
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-  while (!condition()) {
+  for (auto pause = kFirstPause; !condition(); pause = std::min(pause * 3 / 2, kLongestPause)) {
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::this_thread::sleep_for(pause);
   }
   return true;
 }

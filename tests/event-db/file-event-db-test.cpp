@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
+#include <thread>
 
 #include "client/event-db-columns.h"
 #include "client/file-list.h"
@@ -54,6 +56,20 @@ TEST_F(EventDb, KeepsRowsAndTheSyncIdOverARestart) {
   ustring path;
   EXPECT_EQ(db_.getFilePathByHash("abc", path), 1);
   EXPECT_EQ(path, "/dir/file");
+}
+
+// As when a session is added anew while a task still works with its old database.
+TEST_F(EventDb, OpensWhileAnotherConnectionWrites) {
+  std::atomic<bool> is_over{false};
+  std::thread writer([&] {
+    for (std::uint64_t id = 1; !is_over; ++id) EXPECT_EQ(db_.setSyncId(id), 0);
+  });
+  for (int i = 0; i < 100; ++i) {
+    FileEventDB another;
+    EXPECT_EQ(another.initialize(folder_ / "event.sqlite"), 0);
+  }
+  is_over = true;
+  writer.join();
 }
 
 TEST_F(EventDb, RemovalTakesThePathAndNothingThatOnlyLooksLikeIt) {

@@ -158,6 +158,18 @@ TEST_F(EventManagerTest, LeavesANewPoolAloneAndCountsWhatWasDropped) {
   EXPECT_EQ(manager_.GetUnappliedServerEventCount(1), 3u);
 }
 
+TEST_F(EventManagerTest, TellsOfServerEventsThatLocalOnesReplaced) {
+  manager_.PushLocalEvent(Make(1, "/d/f", Event::EV_MODIFY));
+  EXPECT_FALSE(manager_.IsReplacedServerEventPending(1));
+  manager_.PushServerEvent(Make(1, "/d/f", Event::EV_REMOVE, Event::F_SERVER));
+  EXPECT_EQ(manager_.GetPendingServerEvent(1), 0);
+  EXPECT_TRUE(manager_.IsReplacedServerEventPending(1));
+  EXPECT_EQ(Pull(a_), "/d/f");
+  EXPECT_TRUE(manager_.IsReplacedServerEventPending(1));
+  EXPECT_EQ(Done(a_), 0);
+  EXPECT_FALSE(manager_.IsReplacedServerEventPending(1));
+}
+
 TEST_F(EventManagerTest, CountsNewsThatAForcedDownloadTookThePlaceOf) {
   Event news = Make(1, "/f"), forced = Make(1, "/f");
   news.m_sync_id = 5;

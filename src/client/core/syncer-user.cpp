@@ -105,6 +105,10 @@ int Syncer::RescanACLEventDB() {
     std::vector<DBFileInfo> rows;
     if (context.entry.event_db->getServerEventPage("/", after, kPage, rows) != 0) return -1;
     for (const DBFileInfo& row : rows) {
+      // What is being removed here is not to come back for its rights.
+      if (EventManager::getInstance().IsLocalRemovalPending(context.entry.sess_id, row.path)) {
+        continue;
+      }
       EventManager::getInstance().PushServerEvent(MakeServerEvent(row, context.entry.sess_id));
     }
     if (rows.size() < kPage) return 0;

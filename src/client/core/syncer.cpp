@@ -221,8 +221,10 @@ int Syncer::WaitForWorkers(WaitEnd& end) {
   std::int32_t before = INT32_MAX;
   std::int64_t progress_at = 0;
   for (;;) {
-    const std::int32_t pending = EventManager::getInstance().GetPendingServerEvent(session);
-    if (pending <= 0) break;
+    // A local change that took an event's place may turn out to have nothing to send.
+    EventManager& manager = EventManager::getInstance();
+    const std::int32_t pending = manager.GetPendingServerEvent(session);
+    if (pending <= 0 && !manager.IsReplacedServerEventPending(session)) break;
     // Events may bring new ones with them, so each fall counts, from wherever.
     if (pending < before) progress_at = Now();
     before = pending;

@@ -99,24 +99,32 @@ int DownloadRemoteHandler::PrepareDownloadResponseFromLocal(PObject& response) {
   return PrepareFilePartFromLocal(response);
 }
 
+// Empty when the bin has no file of this content.
+ustring DownloadRemoteHandler::FindInRecycleBin() {
+  const EventContext& context = GetContext();
+  ustring path;
+  if (context.GetEventDatabaseSafe().getFilePathByHashFromRecycle(context.GetEvent().m_data_hash,
+                                                                  path) != 1) {
+    return ustring();
+  }
+  ustring source = JoinPath(context.GetRecycleBinDir(), path.view());
+  if (!File(source, true).IsFile()) return ustring();
+  HANDLER_DEBUG("Copy file from recycle bin '%s'.", source);
+  return source;
+}
+
 // A file of this content, in the recycle bin or elsewhere in the folder; empty when there is none.
 // `is_missing` tells that one is on record and not there.
 ustring DownloadRemoteHandler::FindLocalSource(bool& is_missing) {
   const EventContext& context = GetContext();
   const ustring& hash = context.GetEvent().m_data_hash;
-  FileEventDB& db = context.GetEventDatabaseSafe();
-  ustring path;
   is_missing = false;
   if (hash.empty()) return ustring();
-  if (db.getFilePathByHashFromRecycle(hash, path) == 1) {
-    ustring source = JoinPath(context.GetRecycleBinDir(), path.view());
-    if (File(source, true).IsFile()) {
-      HANDLER_DEBUG("Copy file from recycle bin '%s'.", source);
-      return source;
-    }
-  }
-  if (db.getFilePathByHash(hash, path) != 1) return ustring();
-  ustring source = JoinPath(context.GetLocalWatch(), path.view());
+  ustring source = FindInRecycleBin(), path;
+  if (!source.empty()) return source;
+  // A record that is not found here may have gone into the bin since it was looked for there.
+  if (context.GetEventDatabaseSafe().getFilePathByHash(hash, path) != 1) return FindInRecycleBin();
+  source = JoinPath(context.GetLocalWatch(), path.view());
   is_missing = !File(source, true).IsFile();
   if (is_missing) return ustring();
   HANDLER_DEBUG("Copy file from syncfolder '%s'.", source);

@@ -61,12 +61,15 @@ int ExpandServerDeleteHandler::Handle() {
   return 0;
 }
 
-// The folder itself is made anew, also when what keeps it here is gone by then.
+// The folder itself is made anew, also when what keeps it here is gone by then. For what a filter
+// holds back it stays here alone.
 int ExpandServerDeleteHandler::ForgetFolder() {
   const EventContext& context = GetContext();
   const DBFileInfo& record = context.GetDatabaseInfo();
   if (!record.IsDir() || record.syncID > context.GetEvent().m_sync_id) return 0;
-  return context.GetEventDatabaseSafe().rmOwnEventInfo(context.GetPath());
+  const int news = FileHelper::HasLocalEdits(context, context.GetPath(), context.GetFullPath(),
+                                             GetAbortFlag(), FileHelper::Parked::LEFT_OUT);
+  return news <= 0 ? news : context.GetEventDatabaseSafe().rmOwnEventInfo(context.GetPath());
 }
 
 }  // namespace tolven

@@ -13,6 +13,19 @@ namespace {
 
 const char* Source() { return "force-download-handler"; }
 
+// Whether a folder above became a file, here and on the server: its members went with it.
+bool IsBelowFile(FileEventDB& db, const ustring& path) {
+  const std::string_view text = path.view();
+  for (std::size_t slash = text.rfind('/'); slash != std::string_view::npos && slash > 0;
+       slash = text.rfind('/', slash - 1)) {
+    DBFileInfo above;
+    if (db.getEventInfo(ustring(text.substr(0, slash)), above) == 1) {
+      return above.isExist != 0 && above.IsFile();
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 bool ForceDownloadHandler::FilterEvent() {
@@ -78,7 +91,7 @@ int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   // What was not downloaded is not forgotten. Writing a record also brings back what is parked for
   // its path, so one that is still there is left alone.
   DBFileInfo record_now;
-  if (db.getEventInfo(path, record_now) == 1) return result;
+  if (db.getEventInfo(path, record_now) == 1 || IsBelowFile(db, path)) return result;
   original.signaturePath.clear();  // it went with the row
   if (context.UpdateDatabaseInfo(original) != 0) {
     HANDLER_ERROR("Failed to write back the record of '%s'", path);

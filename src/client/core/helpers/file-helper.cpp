@@ -1,6 +1,7 @@
 #include "client/core/helpers/file-helper.h"
 
 #include <utility>
+#include <vector>
 
 #include "client/core/event-context.h"
 #include "client/core/handlers/handler-log.h"
@@ -122,7 +123,8 @@ int FileHelper::TestForceHash(const EventContext& context) {
 }
 
 int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
-                              const ustring& place, const std::atomic<int>* abort_flag) {
+                              const ustring& place, const std::atomic<int>* abort_flag,
+                              Parked parked) {
   FILE_INFO info;
   if (FSStat(place, info, false) != 0) return -1;
   if (!info.isExist) return 0;
@@ -146,6 +148,11 @@ int FileHelper::HasLocalEdits(const EventContext& context, const ustring& path,
       failed = !file.IsKnown();
       found = !failed && (!file.IsFile() || !IsWeaklyEqual(context, file, record) ||
                           HasOtherContent(context, file, record, entry.name, abort_flag));
+    }
+    if (found && parked == Parked::LEFT_OUT) {
+      std::vector<FilteredEvent> held_back;
+      failed = db.getLocalFilteredEvent(FilteredEvent::FILTERED_ALL, own_path, 0, held_back) != 0;
+      found = held_back.empty();
     }
     return !found && !failed;
   };

@@ -47,8 +47,10 @@ struct FileHelper {
   // Whether a folder holds, at any depth, a file that has no record or is another one than its
   // record tells; or is no folder any more: 1, 0 (also for what does not exist), or -1 when aborted
   // or when it cannot be told. `path` is the folder's as events have it, `place` where it is now.
+  // What is parked as a change of this side may be left out.
+  enum class Parked { COUNTED, LEFT_OUT };
   static int HasLocalEdits(const EventContext& context, const ustring& path, const ustring& place,
-                           const std::atomic<int>* abort_flag);
+                           const std::atomic<int>* abort_flag, Parked parked = Parked::COUNTED);
 
   // `hash` becomes the MD4 in hexadecimal. 0 or -1. `abort_flag` may be null.
   static int CalculateMd4FromFile(const ustring& path, ustring& hash,
