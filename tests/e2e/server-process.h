@@ -74,6 +74,13 @@ class ServerProcess {
     EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
   }
 
+  // With other words of "serve".
+  void Restart(std::vector<ustring> words) {
+    Stop();
+    words_ = std::move(words);
+    Start();
+  }
+
   // The folder that it keeps everything in.
   std::string Data() const { return folder_.path() + "/server"; }
 
@@ -81,7 +88,7 @@ class ServerProcess {
   std::string token;
 
  private:
-  const std::vector<ustring> words_;
+  std::vector<ustring> words_;
   TempFolder folder_;
   platform::ChildProcess child_;
 };
