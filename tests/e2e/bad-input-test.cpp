@@ -200,7 +200,7 @@ TEST_F(Sync, WhatTheDaemonKeepsMayGoAway) {
   ExpectBoth(a, b, wanted);
   EXPECT_EQ(Count(ReadTree(bin), "two"), 1);
   // The working directory goes: it is made anew while the session runs, with the folder's id.
-  fs::remove_all(a.working_directory());
+  fs::rename(a.working_directory(), a.config() + "/taken");
   Write(b, "four", "four");
   wanted["four"] = "four";
   ExpectBoth(a, b, wanted);
