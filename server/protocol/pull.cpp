@@ -107,7 +107,10 @@ std::uint32_t PullEvent(Command& command) {
   }
   const std::uint32_t code = AddRecords(command, root, page);
   if (code != SPROTO_ERR_OK) return code;
-  command.answer["next_sync_id"] = page.empty() ? since : page.back().sync_id;
+  // A client that knows numbers which are still to be given has them from data that this server has
+  // lost.
+  command.answer["next_sync_id"] =
+      page.empty() ? std::min(since, command.view.last_number) : page.back().sync_id;
   AddUser(command);
   return AddProfileHash(command);
 }

@@ -27,6 +27,7 @@ struct View {
   std::string name;
   std::uint64_t quota = 0;  // bytes; 0: none
   bool read_only = false;
+  std::uint64_t last_number = 0;  // of its changes, as it was read
 };
 
 // A file's bytes.

@@ -16,6 +16,7 @@ View ReadView(Query& row) {
   view.name = row.Text();
   view.quota = row.Number();
   view.read_only = row.Number() != 0;
+  view.last_number = row.Number();
   return view;
 }
 
@@ -87,7 +88,8 @@ int SqliteMetadata::FindUser(const std::string& name, User& user) {
 
 int SqliteMetadata::FindView(std::uint64_t id, View& view) {
   const MutexLock hold(reader_lock_);
-  Query row = reader_.Prepare("SELECT id, name, quota, read_only FROM views WHERE id = ?");
+  Query row =
+      reader_.Prepare("SELECT id, name, quota, read_only, last_number FROM views WHERE id = ?");
   const int found = (row << id).Step();
   if (found == 1) view = ReadView(row);
   return found;
@@ -95,7 +97,8 @@ int SqliteMetadata::FindView(std::uint64_t id, View& view) {
 
 int SqliteMetadata::FindViewByName(const std::string& name, View& view) {
   const MutexLock hold(reader_lock_);
-  Query row = reader_.Prepare("SELECT id, name, quota, read_only FROM views WHERE name = ?");
+  Query row =
+      reader_.Prepare("SELECT id, name, quota, read_only, last_number FROM views WHERE name = ?");
   const int found = (row << name).Step();
   if (found == 1) view = ReadView(row);
   return found;
@@ -233,7 +236,8 @@ int SqliteMetadata::ListUsers(std::vector<User>& out) {
 
 int SqliteMetadata::ListViews(std::vector<View>& out) {
   const MutexLock hold(reader_lock_);
-  Query rows = reader_.Prepare("SELECT id, name, quota, read_only FROM views ORDER BY id");
+  Query rows =
+      reader_.Prepare("SELECT id, name, quota, read_only, last_number FROM views ORDER BY id");
   int more = 0;
   while ((more = rows.Step()) == 1) out.push_back(ReadView(rows));
   return more;

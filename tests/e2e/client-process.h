@@ -12,6 +12,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -69,6 +70,7 @@ class ClientProcess {
     std::string levels = {};  // further lines of the log levels
     std::vector<ustring> program = {ustring(DAEMON)};  // with the words before its configuration
     std::function<void(PObject&)> way = {};  // adds to "link_connection" what leads to the server
+    std::string token = {};                  // empty: the one of the server's user
   };
 
   ClientProcess(const ServerProcess& server, std::string name, Options options)
@@ -149,18 +151,25 @@ class ClientProcess {
     request["session_id"] = 1;
     return Tell(action, request);
   }
-  void AddConnection() {
+  void AddConnection() { EXPECT_FALSE(Tell("link_connection", Connection()).hasMember("error")); }
+  // What the UI does when the server has become another build, or wants another token.
+  void ReloadConnection(int build, const std::string& token = "") {
+    options_.build = build;
+    options_.token = token;
+    EXPECT_FALSE(Tell("reload_connection", Connection()).hasMember("error"));
+  }
+  PObject Connection() const {
     PObject request;
     request["connection_id"] = 5;
     request["server_ip"] = "127.0.0.1";
     request["server_port"] = options_.port != 0 ? options_.port : server_.port;
-    request["session"] = ustring(server_.token);
+    request["session"] = ustring(options_.token.empty() ? server_.token : options_.token);
     request["use_ssl"] = options_.tls;
     request["ssl_allow_untrust"] = true;
     request["computer_name"] = ustring(name_);
     request["package_version"] = options_.build;
     if (options_.way) options_.way(request);
-    EXPECT_FALSE(Tell("link_connection", request).hasMember("error"));
+    return request;
   }
   PObject AddSession(bool merge) {
     PObject request;
@@ -246,6 +255,11 @@ class ClientProcess {
     const auto found = told_.find(code);
     return found == told_.end() ? 0 : found->second;
   }
+  // Whether it was told of a file that is locked.
+  bool ToldLocked(const std::string& path) const {
+    const std::lock_guard lock(mutex_);
+    return locked_.contains(path);
+  }
   // What transfers have left, or are using, in the working directory.
   std::vector<std::string> TemporaryFiles() const {
     std::vector<std::string> names;
@@ -265,7 +279,9 @@ class ClientProcess {
       if (!ui_.TryReceive(message)) continue;
       if (message.hasMember("daemon_port")) port_ = message["daemon_port"].asInt32();
       const std::lock_guard lock(mutex_);
-      if (message["notify"].asString() == "error") ++told_[message["error_type"].asInt32()];
+      const ustring what = message["notify"].asString();
+      if (what == "locked_file") locked_.insert(message["path"].asString().str());
+      if (what == "error") ++told_[message["error_type"].asInt32()];
     }
   }
   // For whoever looks into a failure.
@@ -291,6 +307,7 @@ class ClientProcess {
   bool running_ = false;
   mutable std::mutex mutex_;
   std::map<int, int> told_;  // errors by code
+  std::set<std::string> locked_;
 };
 
 }  // namespace tolven::test

@@ -254,6 +254,72 @@ TEST_F(Removal, SparesWhatFiltersKeepOut) {
   EXPECT_TRUE(Eventually([&] { return Has(b.Files(), "there/big.tmp"); }));
 }
 
+// Each user removes a folder in which there is something that the other one must not see or change.
+class RemovalAccess : public Removal {
+ protected:
+  RemovalAccess() {
+    server_.Admin("user add bob --uid 1001");
+    bobs_ = server_.Admin("session bob");
+    bobs_.pop_back();
+  }
+  // Two folders, each with a member that is bob's to change, one that he may read and one that he
+  // must not see.
+  Tree Fill(const ClientProcess& ada) {
+    Tree all;
+    for (const std::string folder : {"by-ada", "by-bob"}) {
+      all[folder] = all[folder + "/sub"] = "<dir>";
+      for (const char* file : {"/open", "/sub/fixed", "/sub/secret"}) {
+        all[folder + file] = folder + file;
+        Write(ada, folder + file, folder + file);
+      }
+    }
+    EXPECT_TRUE(Eventually([&] {
+      return Serves("/by-bob/sub/secret") && Serves("/by-ada/open") &&
+             Serves("/by-ada/sub/secret") && Serves("/by-bob/open") &&
+             Serves("/by-bob/sub/fixed") && Serves("/by-ada/sub/fixed");
+    }));
+    for (const std::string folder : {"/by-ada", "/by-bob"}) {
+      server_.Admin("acl set team " + folder + "/sub/fixed --user 1001=r --user 1000=rw");
+      server_.Admin("acl set team " + folder + "/sub/secret --user 1001=none --user 1000=rw");
+    }
+    return all;
+  }
+  bool Serves(const std::string& path) {
+    return server_.Admin("ls team").find(path) != std::string::npos;
+  }
+
+  std::string bobs_;
+};
+
+TEST_F(RemovalAccess, MembersThatAUserMayNotTouchStay) {
+  ClientProcess ada(server_, "ada");
+  Tree all = Fill(ada);
+  ClientProcess bob(server_, "bob", {.token = bobs_});
+  Tree seen = all;
+  for (const char* secret : {"by-ada/sub/secret", "by-bob/sub/secret"}) seen.erase(secret);
+  ExpectFiles(bob, seen);
+
+  Remove(bob, "by-bob");
+  Write(bob, "mark", "mark");
+  all.erase("by-bob/open");
+  all["mark"] = "mark";
+  ExpectFiles(ada, all);
+  // Here they stay away: bob's removal waits for the right to it.
+  std::erase_if(seen, [](const auto& item) { return item.first.starts_with("by-bob"); });
+  seen["mark"] = "mark";
+  ExpectFiles(bob, seen);
+
+  Remove(ada, "by-ada");
+  for (Tree* tree : {&all, &seen}) {
+    std::erase_if(*tree, [](const auto& item) { return item.first.starts_with("by-ada"); });
+  }
+  ExpectFiles(ada, all);
+  ExpectFiles(bob, seen);
+  const Tree bin = Bin(bob);
+  EXPECT_EQ(Copies(bin, "by-ada/open"), 1) << ::testing::PrintToString(bin);
+  EXPECT_EQ(Copies(bin, "by-ada/sub/secret"), 0);
+}
+
 TEST_F(Removal, GoesToTheRecycleBinWithItsRecord) {
   ClientProcess a(server_, "a"), b(server_, "b");
   Write(a, "file", "a file's content");

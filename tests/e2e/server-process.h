@@ -68,6 +68,13 @@ class ServerProcess {
     EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
   }
 
+  // With other words of "serve".
+  void Restart(std::vector<ustring> words) {
+    Stop();
+    words_ = std::move(words);
+    Start();
+  }
+
   // The folder that it keeps everything in.
   std::string Data() const { return folder_.path() + "/server"; }
 
@@ -92,7 +99,7 @@ class ServerProcess {
     return true;
   }
 
-  const std::vector<ustring> words_;
+  std::vector<ustring> words_;
   bool is_known_ = false;  // the port
   TempFolder folder_;
   platform::ChildProcess child_;

@@ -91,7 +91,7 @@ TEST_F(Volume, MayGoInTheMiddleOfATransfer) {
   const std::string up = Noise(24 * kMegabyte, 1), down = Noise(24 * kMegabyte, 2);
   Write(a, "stays", "stays");
   ExpectBoth(a, b, {{"stays", "stays"}});
-  Replace(a, "up", up);
+  Write(a, "up", up);
   EXPECT_TRUE(Eventually([&] { return wire.up() > kMegabyte; }));
   PrivateMounts::Away(point_);
   EXPECT_TRUE(Eventually([&] { return a.ToldError(kVolumeAway) > 0; }));
@@ -136,11 +136,33 @@ TEST_F(Volume, WhatMayNotBeWrittenWaitsUntilItMay) {
   Replace(b, "kept", "second");
   fs::remove((b / "gone").str());
   Write(b, "new", "new");
-  EXPECT_TRUE(
-      Eventually([&] { return a.Log().find("Read-only file system") != std::string::npos; }));
+  EXPECT_TRUE(Eventually([&] { return a.ToldLocked("/kept"); }));
   EXPECT_EQ(a.Files(), (Tree{{"kept", "first"}, {"gone", "gone"}}));
   PrivateMounts::Change(point_, 16 * kMegabyte);
   ExpectBoth(a, b, {{"kept", "second"}, {"new", "new"}});
+}
+
+// A file that is a mount point can be read and written, and not be replaced or removed.
+TEST_F(Volume, AFileThatIsHeldFastWaitsUntilItIsLetGo) {
+  ClientProcess a(server_, "a"), b(server_, "b");
+  for (const char* file : {"dir/kept", "dir/gone", "loose"}) Write(b, file, file);
+  const Tree first{
+      {"dir", "<dir>"}, {"dir/kept", "dir/kept"}, {"dir/gone", "dir/gone"}, {"loose", "loose"}};
+  ExpectBoth(a, b, first);
+  const std::string kept = (a / "dir/kept").str(), gone = (a / "dir/gone").str();
+  for (const std::string& file : {kept, gone}) PrivateMounts::Bind(file, file);
+  Replace(b, "dir/kept", "second");
+  fs::remove((b / "dir/gone").str());
+  fs::remove((b / "loose").str());
+  EXPECT_TRUE(Eventually([&] {
+    const std::string log = a.Log();
+    return log.find("Failed to remove '/dir/gone'") != std::string::npos &&
+           !a.Files().contains("loose");
+  }));
+  EXPECT_EQ(a.Files(),
+            (Tree{{"dir", "<dir>"}, {"dir/kept", "dir/kept"}, {"dir/gone", "dir/gone"}}));
+  for (const std::string& file : {kept, gone}) PrivateMounts::Away(file);
+  ExpectBoth(a, b, {{"dir", "<dir>"}, {"dir/kept", "second"}});
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ std::ostream& operator<<(std::ostream& out, Kind kind) {
 }
 
 // Without an argument, a test takes about so many of the calls.
-constexpr unsigned kSample = 60;
+constexpr unsigned kSample = 15;
 
 class Faults : public ::testing::TestWithParam<Kind> {
  protected:

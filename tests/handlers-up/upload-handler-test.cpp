@@ -288,6 +288,24 @@ TEST_F(UploadHandlerTest, ARefusalRecordsNothingAndLeavesNothing) {
   }
 }
 
+// The server cannot put anything below what it knows as a file.
+TEST_F(UploadHandlerTest, AFolderInThePlaceOfAFileGoesBeforeItsContent) {
+  Sync("/kind", "a file");
+  fs::remove(Full("/kind"));
+  fs::create_directories(Full("/kind/sub"));
+  Write("/kind/sub/inside", "inside");
+  answer_ = [](const PObject&) { return Refusal(SPROTO_ERR_CONFLICT_PATH); };
+  EXPECT_EQ(Handle("/kind/sub/inside"), ErrorCodes::ERR_INT);
+  Asked(1);
+  EXPECT_TRUE(fs::exists(Full("/kind/sub/inside")));
+  Task task;
+  Event next;
+  ASSERT_EQ(EventManager::getInstance().PullEvent(&task, next), 0);
+  EXPECT_EQ(next.m_path, "/kind");
+  EXPECT_TRUE(next.isDir() && next.isLocalEvent());
+  EventManager::getInstance().Clear();
+}
+
 TEST_F(UploadHandlerTest, RecordsOnlyWhatTheServerAnsweredFor) {
   Sync("/file", "first");
   Write("/file", "second", 90);

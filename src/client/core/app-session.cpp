@@ -111,7 +111,7 @@ int TolvenhubApp::create_registry_entry(const PObject& params, PObject& result) 
   }
   const Registry::Entry& entry = setup.entry();
   if (detector->AddWatch(entry.local_path, sess_id) != 0 ||
-      volumes->AddWatch(entry.local_path, sess_id) != 0) {
+      volumes->AddWatch(RealFolder(entry.local_path), sess_id) != 0) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] app(%d): Failed to add watch for session %llu at '%s'\n", __LINE__,
                    sess_id, entry.local_path);

@@ -1,5 +1,6 @@
 #include "client/core/session-setup.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -30,6 +31,11 @@ constexpr char kCategory[] = "client_debug";
 bool is_dir(const ustring& path) {
   FILE_INFO info;
   return FSStat(path, info, false) == 0 && info.isExist && info.type == FT_DIR;
+}
+
+bool IsLink(const ustring& path) {
+  FILE_INFO info;
+  return FSStat(path, info, false) == 0 && info.isExist && info.type == FT_SLINK;
 }
 
 int Fail(int line, const xchar* text, const ustring& path) {
@@ -136,6 +142,16 @@ ustring PlainSyncFolder(const ustring& folder) {
   return ustring(path);
 }
 
+ustring RealFolder(const ustring& folder) {
+  std::error_code failed;
+  const std::string& name = folder.str();
+  const std::filesystem::path real =
+      std::filesystem::canonical(std::u8string(name.begin(), name.end()), failed);
+  if (failed) return folder;
+  const std::u8string text = real.u8string();
+  return PlainSyncFolder(ustring(std::string(text.begin(), text.end())));
+}
+
 PermissionMode GetPermissionMode(const ustring& text) {
   if (text == "sync-all") return PERM_SYNC_ALL;
   return text == "domain-only" ? PERM_SYNC_DOMAIN_ONLY : PERM_SYNC_EXEC_BIT_ONLY;
@@ -159,6 +175,7 @@ SessionSetup::SessionSetup(const PObject& params)
   entry_.node_id = ValueOr(params, "node_id", entry_.view_id);
   entry_.recursive = ValueOr(params, "recursive", true);
   entry_.local_path = PlainSyncFolder(params["sync_folder"].asString());
+  if (IsLink(entry_.local_path)) entry_.local_path = RealFolder(entry_.local_path);
   entry_.remote_path = params["remote_path"].asString();
   if (entry_.remote_path.empty()) entry_.remote_path = "/";
   entry_.config_path = params["config_path"].asString();
@@ -184,7 +201,7 @@ int SessionSetup::Run() {
 }
 
 int SessionSetup::CheckFolders() {
-  if (!IsValidSyncFolder(entry_.local_path)) {
+  if (!IsValidSyncFolder(entry_.local_path) || !is_dir(entry_.local_path)) {
     return Fail(__LINE__, L"[ERROR] app(%d): local watch folder (%s) is not a directory\n",
                 entry_.local_path);
   }

@@ -27,6 +27,10 @@ PermissionMode GetPermissionMode(const ustring& text);
 // A local folder without separators at its end; a root keeps its own.
 ustring PlainSyncFolder(const ustring& folder);
 
+// Where a path leads to through all links on it; the path itself when that cannot be told. A
+// session on a link is one on the folder behind it, and stays there when the link changes.
+ustring RealFolder(const ustring& folder);
+
 // Builds the entry of a session from the request of the UI.
 class SessionSetup {
  public:

@@ -1,5 +1,8 @@
 // What comes of an upload: the new version, or a refusal.
+#include <string_view>
+
 #include "client/core/conflict-rename.h"
+#include "client/core/event-generator.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/handlers/upload-local-handler.h"
 #include "client/core/helpers/handler-helper.h"
@@ -145,6 +148,7 @@ int UploadLocalHandler::HandleUploadResponseError(std::uint32_t error_code) {
       break;
   }
   if (ProtoErrorClass(error_code) == SPROTO_ERR_CONFLICT) {
+    if (PushFolderAbove()) return ERR_INT;
     HANDLER_NOTE("Pathname '%s' conflict.", path);
     const int renamed = ConflictRename(context.GetFullPath(),
                                        context.GetConnectionInfo().computer_name, "Conflict");
@@ -155,6 +159,24 @@ int UploadLocalHandler::HandleUploadResponseError(std::uint32_t error_code) {
   HANDLER_ERROR("Bad response: %s", ErrorText(result));
   RescanLater(error_code, result);
   return result;
+}
+
+// Where a folder on the way took the place of a file that the server still has, no name is taken:
+// the folder has to go first.
+bool UploadLocalHandler::PushFolderAbove() {
+  EventContext& context = GetContext();
+  std::string_view path = context.GetPath().view();
+  for (std::size_t slash = path.rfind('/'); slash != 0 && slash != std::string_view::npos;
+       slash = path.rfind('/')) {
+    path = path.substr(0, slash);
+    DBFileInfo record;
+    const int found = context.GetEventDatabaseSafe().getEventInfo(ustring(path), record);
+    if (found != 1 || record.isExist == 0) continue;
+    if (record.IsDir()) return false;
+    Registry::Entry entry = context.GetEntry();
+    return PushUploadEvent(entry, ustring(path), true) == 0;
+  }
+  return false;
 }
 
 int UploadLocalHandler::RefuseForAccess(std::uint32_t error_code) {
