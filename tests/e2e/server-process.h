@@ -66,6 +66,7 @@ class ServerProcess {
     EXPECT_TRUE(platform::process().WaitForExit(child_, 60'000, status));
   }
 
+  std::int64_t pid() const { return child_.pid; }
   // The folder that it keeps everything in.
   std::string Data() const { return folder_.path() + "/server"; }
 
