@@ -1,7 +1,8 @@
 // The daemon against the server over TLS, both syncing to disk, beside the peers that this machine
-// has (rsync, unison). One run prints one table: seconds by the clock, processor seconds of daemon
-// and server, and resident memory of the daemon. Arguments: what to run (files, large, rescan,
-// change, second); all without.
+// has (rsync, unison, rclone, syncthing). One run prints one table: seconds by the clock, processor
+// seconds of daemon and server, and memory of the daemon. Arguments: what to run (files, large,
+// rescan, change); all without. With "bytes" everything goes through a forwarder that counts what
+// the daemon sends, and that costs some time itself; peers are left out then.
 
 #include <fmt/core.h>
 
@@ -9,6 +10,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -16,6 +19,9 @@
 #include "bench-support.h"
 #include "e2e/client-process.h"
 #include "e2e/server-process.h"
+#include "peers.h"
+#include "process-usage.h"
+#include "support/forwarder.h"
 
 namespace tolven {
 namespace {
@@ -27,15 +33,7 @@ constexpr int kFiles = 10'000;
 constexpr std::size_t kFileSize = 4096;
 constexpr std::size_t kLargeSize = std::size_t{1} << 30;
 
-bool Has(const std::string& program) {
-  return std::system(("command -v " + program + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-double Timed(const std::string& command) {
-  const Clock::time_point start = Clock::now();
-  if (std::system(command.c_str()) != 0) fmt::print("failed: {}\n", command);
-  return SecondsSince(start);
-}
+bool g_counting = false;  // the argument "bytes"
 
 std::uint64_t Rows(const test::ClientProcess& client) {
   std::uint64_t rows = 0;
@@ -54,23 +52,63 @@ std::string RowHash(const test::ClientProcess& client, const std::string& path) 
   return hash;
 }
 
+// The way from a daemon to a server; counted when that is wanted.
+class Wire {
+ public:
+  explicit Wire(const test::ServerProcess& server) {
+    if (g_counting) counter_.emplace(server.port);
+  }
+
+  int port() const { return counter_ ? counter_->port() : 0; }
+  // What was sent since the last time it was asked.
+  std::string Take() {
+    if (!counter_) return {};
+    const std::uint64_t up = counter_->up() - seen_;
+    seen_ += up;
+    return fmt::format("; {:.2f} MB sent", static_cast<double>(up) / 1e6);
+  }
+
+ private:
+  std::optional<test::Forwarder> counter_;
+  std::uint64_t seen_ = 0;
+};
+
+// A server and a daemon with a folder, and what they have needed.
+class Pair {
+ public:
+  explicit Pair(const std::string& root)
+      : wire_(server_),
+        client_(server_, "bench",
+                {.tls = true, .root = root, .port = wire_.port(), .levels = kDefaultLevels}) {}
+
+  const test::ClientProcess& client() const { return client_; }
+  double SecondsSinceStart() const { return SecondsSince(start_); }  // of the daemon
+  // Since the last time it was asked.
+  std::string TakeCost() {
+    const double daemon = ProcessorSeconds(client_.pid()), server = ProcessorSeconds(server_.pid());
+    const std::string text =
+        fmt::format("processor: daemon {:.2f} s, server {:.2f} s; daemon {:.0f} MiB{}",
+                    daemon - daemon_seconds_, server - server_seconds_,
+                    PeakResidentMib(client_.pid()), wire_.Take());
+    daemon_seconds_ = daemon;
+    server_seconds_ = server;
+    return text;
+  }
+
+ private:
+  // Warnings, as a daemon has them that nobody looks into.
+  static constexpr char kDefaultLevels[] =
+      "client_debug = 4\nworker_debug = 4\nsyncer_debug = 4\nevent_list_debug = 4\n";
+
+  test::ServerProcess server_;
+  Wire wire_;
+  const Clock::time_point start_ = Clock::now();
+  test::ClientProcess client_;
+  double daemon_seconds_ = 0, server_seconds_ = 0;
+};
+
 void WaitFor(const std::function<bool()>& condition) {
   while (!condition()) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-}
-
-// Peers copy a tree and put it on disk in the end.
-void BenchPeers(const std::string& what, const std::string& from, const std::string& work) {
-  const std::string to = work + "/peer";
-  if (Has("rsync")) {
-    fs::remove_all(to);
-    Print(what + ", rsync --fsync", Timed("rsync -a --fsync " + from + "/ " + to + "/"));
-  }
-  if (Has("unison")) {
-    fs::remove_all(to);
-    Print(what + ", unison",
-          Timed("UNISON=" + work + "/unison unison " + from + " " + to +
-                " -batch -ui text -ignore 'Name .Zentrova*' >/dev/null 2>&1; sync " + to));
-  }
 }
 
 void BenchFiles() {
@@ -78,12 +116,10 @@ void BenchFiles() {
   test::TempFolder work;
   const std::string root = (work / "root").str();
   MakeFiles(root, kFiles, kFileSize);
-  test::ServerProcess server;
-  const Clock::time_point start = Clock::now();
-  test::ClientProcess client(server, "bench", {.tls = true, .root = root});
-  WaitFor([&] { return Rows(client) == kFiles; });
-  Print(what, SecondsSince(start));
-  BenchPeers(what, root, work.path());
+  Pair pair(root);
+  WaitFor([&] { return Rows(pair.client()) == kFiles; });
+  Print(what, pair.SecondsSinceStart(), pair.TakeCost());
+  if (!g_counting) Peers(root, work.path()).Run(what);
 }
 
 void BenchLarge() {
@@ -92,27 +128,29 @@ void BenchLarge() {
   fs::create_directories(root);
   std::string content = RandomBytes(kLargeSize, 7);
   test::WriteFile(ustring(root + "/large"), content);
-  test::ServerProcess server;
-  Clock::time_point start = Clock::now();
-  test::ClientProcess client(server, "bench", {.tls = true, .root = root});
-  WaitFor([&] { return Rows(client) == 1; });
-  Print("one file of 1 GiB", SecondsSince(start));
-  BenchPeers("one file of 1 GiB", root, work.path());
-  const std::string old = RowHash(client, "/large");
+  Pair pair(root);
+  WaitFor([&] { return Rows(pair.client()) == 1; });
+  Print("one file of 1 GiB", pair.SecondsSinceStart(), pair.TakeCost());
+  Peers peers(root, work.path());
+  if (!g_counting) peers.Run("one file of 1 GiB");
+  const std::string old = RowHash(pair.client(), "/large");
   content.replace(kLargeSize / 2, 1U << 20, RandomBytes(1U << 20, 9));
   content.insert(0, RandomBytes(104, 11).substr(0, 100));
   test::WriteFile(ustring(root + "/next"), content);
   content.clear();
   content.shrink_to_fit();
-  start = Clock::now();
+  const Clock::time_point start = Clock::now();
   fs::rename(root + "/next", root + "/large");
-  WaitFor([&] { return RowHash(client, "/large") != old; });
-  Print("it again, 1 MiB changed and 100 bytes in front", SecondsSince(start));
+  WaitFor([&] { return RowHash(pair.client(), "/large") != old; });
+  const std::string what = "it again, 1 MiB changed and 100 bytes in front";
+  Print(what, SecondsSince(start), pair.TakeCost());
+  if (!g_counting) peers.Run(what);
 }
 
 void BenchChange() {
   test::ServerProcess server;
-  test::ClientProcess one(server, "one", {.tls = true}), two(server, "two", {.tls = true});
+  const test::ClientProcess::Options options{.tls = true};
+  test::ClientProcess one(server, "one", options), two(server, "two", options);
   test::WriteFile(one / "file", "0");
   WaitFor([&] { return fs::exists((two / "file").str()); });
   double upload = 0, travel = 0, worst = 0;
@@ -129,16 +167,25 @@ void BenchChange() {
     worst = std::max(worst, SecondsSince(start));
     std::this_thread::sleep_for(std::chrono::milliseconds(700 * i));
   }
-  Print("a small change until its upload is answered", upload / kTimes);
+  const std::string what = "a small change until its upload is answered";
+  Print(what, upload / kTimes);
   Print("a small change until a second client has it", travel / kTimes,
         fmt::format("worst {:.2f} s", worst));
+  test::TempFolder work;
+  const std::string root = (work / "root").str();
+  MakeFiles(root, kFilesInFolder, kFileSize);
+  Peers peers(root, work.path());
+  peers.Prepare();
+  test::WriteFile(ustring(root + BenchPath(0)), "changed");
+  peers.Run(what);
 }
 
 }  // namespace
 }  // namespace tolven
 
 int main(int argc, char** argv) {
-  const std::set<std::string> wanted(argv + 1, argv + argc);
+  std::set<std::string> wanted(argv + 1, argv + argc);
+  tolven::g_counting = wanted.erase("bytes") > 0;
   const auto run = [&](const char* name, void (*bench)()) {
     if (wanted.empty() || wanted.contains(name)) bench();
   };

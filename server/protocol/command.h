@@ -9,6 +9,7 @@
 #include "lib/temp-file.h"
 #include "protocol/object.h"
 #include "server/protocol/long-work.h"
+#include "server/protocol/received-contents.h"
 #include "server/protocol/service.h"
 #include "server/store/metadata.h"
 
@@ -17,11 +18,17 @@ namespace tolven::server {
 // One request on its way. What the handler fills in is sent as it is; files that the answer, or the
 // handler's own work, needs until then are removed afterwards.
 struct Command {
-  Command(Service& shared, LongWork& work, const PObject& tree, std::uint64_t order_of_request)
-      : service(shared), long_work(work), request(tree), order(order_of_request) {}
+  Command(Service& shared, LongWork& work, const ReceivedContents& contents, const PObject& tree,
+          std::uint64_t order_of_request)
+      : service(shared),
+        long_work(work),
+        received(contents),
+        request(tree),
+        order(order_of_request) {}
 
   Service& service;
   LongWork& long_work;
+  const ReceivedContents& received;  // with the request
   const PObject& request;
   std::uint64_t order;  // Transfers::NextOrder of the moment before the request was received
 

@@ -59,6 +59,7 @@ Connection::Connection(Service& service, platform::NativeSocket socket)
   channel_.SetTimeout(service.options.io_timeout_seconds);
   if (channel_.Open(socket, true) < 0) (void)platform::sockets().Close(socket);
   stream_.SetDefaultRecvLocation(service.transfers.IncomingFolder());
+  stream_.SetReceiveObserver(&received_);
   long_work_.SetInterval(service.options.keep_alive_interval);
   long_work_.SetAlive(service.options.alive_seconds);
 }
@@ -136,6 +137,7 @@ Connection::Next Connection::ServeObject(const RequestHeader& header) {
 
   const std::uint64_t order = service_.transfers.NextOrder();
   PObject request;
+  received_.Clear();
   const int received = stream_.Recv(channel_, request);
   Next next = Next::kEnd;
   if (received == PStream::ERR_OK) {
@@ -151,7 +153,7 @@ Connection::Next Connection::ServeObject(const RequestHeader& header) {
 
 Connection::Next Connection::Answer(const PObject& request, const RequestHeader& header,
                                     std::uint64_t order) {
-  Command command(service_, long_work_, request, order);
+  Command command(service_, long_work_, received_, request, order);
   std::uint32_t code = SPROTO_ERR_VERSION;
   const bool understood = header.version >= kOldestVersion && header.version <= kNewestVersion;
   if (understood) code = RunCommand(header.command, command);

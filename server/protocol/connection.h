@@ -9,6 +9,7 @@
 #include "protocol/stream.h"
 #include "server/protocol/command.h"
 #include "server/protocol/long-work.h"
+#include "server/protocol/received-contents.h"
 #include "server/protocol/server-channel.h"
 #include "server/protocol/service.h"
 
@@ -50,6 +51,7 @@ class Connection {
 
   Service& service_;
   ServerChannel channel_;
+  ReceivedContents received_;
   PStream stream_;
   std::atomic<int> end_{0};
   LongWork long_work_;

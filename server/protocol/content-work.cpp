@@ -1,9 +1,12 @@
 #include "server/protocol/content-work.h"
 
+#include <memory>
+
 #include "lib/temp-file.h"
 #include "platform/files.h"
 #include "rsapi-cpp/delta-file-reader.h"
 #include "rsapi-cpp/simple-file-reader.h"
+#include "server/protocol/sha256-handler.h"
 
 namespace tolven::server {
 
@@ -34,7 +37,7 @@ bool ContentWork::Hash(const ustring& path, ustring& md4) {
 }
 
 bool ContentWork::Patch(const ustring& basis, const ustring& delta, const ustring& target,
-                        std::uint64_t size, ustring& md4) {
+                        std::uint64_t size, ustring& md4, std::string& sha256) {
   int result = -1;
   const bool open = long_work_.Run(size + FileSize(delta), [&] {
     DeltaFileReader reader;
@@ -43,6 +46,7 @@ bool ContentWork::Patch(const ustring& basis, const ustring& delta, const ustrin
     reader.setNewFile(target);
     reader.setMaxSize(size);
     reader.setHashString(md4);
+    reader.setFurtherHandler(std::make_unique<Sha256Handler>(target, size, sha256));
     result = reader.readFile();
   });
   return open && result == 0;

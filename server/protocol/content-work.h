@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "server/protocol/long-work.h"
 #include "server/protocol/service.h"
@@ -16,10 +17,10 @@ class ContentWork {
 
   // The MD4 of a file, as 32 lowercase digits.
   bool Hash(const ustring& path, ustring& md4);
-  // Applies the delta to the basis and gives the hash of the result, `target`. Never writes more
+  // Applies the delta to the basis and gives the sums of the result, `target`. Never writes more
   // than `size` bytes, which is what the client announced.
   bool Patch(const ustring& basis, const ustring& delta, const ustring& target, std::uint64_t size,
-             ustring& md4);
+             ustring& md4, std::string& sha256);
   // A delta that makes `target` of `basis`, written to `delta`. False also when a delta is not
   // worth its cost: for small files, for files whose signature would be too large to hold, and
   // when it came out no smaller than the file.

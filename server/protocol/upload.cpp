@@ -165,7 +165,11 @@ std::uint32_t Uploader::TakeReceived() {
     path = command_.NewTemporary();
     if (path.empty()) return SPROTO_ERR_DISKFULL;
     good = work.Patch(command_.service.contents.PathOf(current_.content.sha256), received_, path,
-                      size, md4);
+                      size, md4, content_.sha256);
+  } else if (const ReceivedContents::Sums* sums = command_.received.Find(path)) {
+    good = true;
+    md4 = sums->md4;
+    content_.sha256 = sums->sha256;
   } else {
     good = FileSize(path) == size && work.Hash(path, md4);
   }

@@ -15,8 +15,9 @@ class ContentStore {
 
   // Where a content lies; it is never changed there.
   virtual ustring PathOf(const std::string& sha256) = 0;
-  // Takes a file over, whose MD4 the caller knows, and fills `content` but for its id. 0 once the
-  // bytes are durable, or -1 with the file where it was.
+  // Takes a file over, whose MD4 the caller knows, and fills `content` but for its id. A SHA-256
+  // that stands in `content` already is taken for the file's; it is found out when there is none.
+  // 0 once the bytes are durable, or -1 with the file where it was, or whole in the store already.
   virtual int Add(const ustring& file, const std::string& md4, Content& content) = 0;
 };
 

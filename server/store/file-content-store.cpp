@@ -1,14 +1,11 @@
 #include "server/store/file-content-store.h"
 
-#include <openssl/evp.h>
-
-#include <array>
-#include <memory>
 #include <vector>
 
 #include "lib/file-op.h"
 #include "lib/log.h"
 #include "platform/files.h"
+#include "server/store/sha256.h"
 
 namespace tolven::server {
 
@@ -17,30 +14,25 @@ namespace {
 constexpr std::size_t kReadSize = 256 * 1024;
 constexpr std::size_t kFolderDigits = 2;
 
-struct DigestDeleter {
-  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-
 // The SHA-256 of an open file's bytes, and their count. False when they cannot be read.
 bool Hash(platform::NativeFile file, std::string& sha256, std::uint64_t& size) {
-  const std::unique_ptr<EVP_MD_CTX, DigestDeleter> digest(EVP_MD_CTX_new());
-  if (digest == nullptr || EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr) != 1) {
-    return false;
-  }
+  Sha256 sum;
   std::vector<char> buffer(kReadSize);
   size = 0;
   for (std::size_t got = 1; got != 0; size += got) {
     if (!platform::files().Read(file, buffer.data(), buffer.size(), got).ok()) return false;
-    if (EVP_DigestUpdate(digest.get(), buffer.data(), got) != 1) return false;
+    sum.Update(buffer.data(), got);
   }
-  std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
-  unsigned count = 0;
-  if (EVP_DigestFinal_ex(digest.get(), bytes.data(), &count) != 1) return false;
-  sha256.clear();
-  for (unsigned i = 0; i < count; ++i) {
-    sha256 += "0123456789abcdef"[bytes[i] >> 4];
-    sha256 += "0123456789abcdef"[bytes[i] & 15];
-  }
+  sha256 = sum.Finish();
+  return !sha256.empty();
+}
+
+// Fills in what the caller of Add does not know.
+bool Identify(platform::NativeFile file, Content& content) {
+  if (content.sha256.empty()) return Hash(file, content.sha256, content.size);
+  platform::NodeInfo info;
+  if (!platform::files().StatFile(file, info).ok()) return false;
+  content.size = info.size;
   return true;
 }
 
@@ -87,21 +79,24 @@ int FileContentStore::Add(const ustring& file, const std::string& md4, Content& 
   if (!files.Open(file, platform::OpenMode::kModify, *open.receive()).ok()) {
     return Fail(__LINE__, file);
   }
-  content = Content();
+  content.id = 0;
   content.md4 = md4;
-  if (!Hash(open.get(), content.sha256, content.size)) return Fail(__LINE__, file);
+  if (!Identify(open.get(), content)) return Fail(__LINE__, file);
   const ustring target = PathOf(content.sha256);
+  const ustring folder(target.view().substr(0, target.view().rfind('/')));
   if (Verify(content) == 1) {
     open.Reset();
     // Another thread may have just put it there, and not synced its name yet.
-    const ustring folder(target.view().substr(0, target.view().rfind('/')));
     if (!files.SyncDirectory(folder).ok()) return Fail(__LINE__, file);
     FSRemove(file, false);
     return 0;
   }
   if (!files.Sync(open.get()).ok()) return Fail(__LINE__, file);
   open.Reset();
-  return files.Rename(file, target).ok() ? 0 : Fail(__LINE__, file);
+  // The folder that it comes from may find it again after a loss of power: nothing refers to it
+  // there, and what lies there is swept.
+  const bool in_place = files.RenameUnsynced(file, target).ok() && files.SyncDirectory(folder).ok();
+  return in_place ? 0 : Fail(__LINE__, file);
 }
 
 int FileContentStore::Verify(const Content& content) {

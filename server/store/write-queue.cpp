@@ -23,20 +23,22 @@ bool WriteQueue::Run(const Change& change) {
 }
 
 void WriteQueue::RunBatch(std::deque<Waiter*>& batch) {
-  bool durable = db_.Execute("BEGIN IMMEDIATE;");
+  bool durable = Step("BEGIN IMMEDIATE;");
   for (Waiter* const waiter : batch) waiter->kept = durable && RunOne(*waiter);
-  durable = durable && db_.InTransaction() && db_.Execute("COMMIT;");
+  durable = durable && db_.InTransaction() && Step("COMMIT;");
   if (durable) return;
   if (db_.InTransaction()) (void)db_.Execute("ROLLBACK;");
   for (Waiter* const waiter : batch) waiter->kept = false;
 }
 
+bool WriteQueue::Step(const char* statement) { return db_.Prepare(statement).Run(); }
+
 bool WriteQueue::RunOne(Waiter& waiter) {
   // Outside of the batch's transaction a savepoint would commit by itself.
-  if (!db_.InTransaction() || !db_.Execute("SAVEPOINT one;")) return false;
+  if (!db_.InTransaction() || !Step("SAVEPOINT one;")) return false;
   const bool stands = waiter.change(db_);
-  if (!stands) (void)db_.Execute("ROLLBACK TO one;");
-  return db_.Execute("RELEASE one;") && stands;
+  if (!stands) (void)Step("ROLLBACK TO one;");
+  return Step("RELEASE one;") && stands;
 }
 
 }  // namespace tolven::server

@@ -30,6 +30,7 @@ class WriteQueue {
 
   void RunBatch(std::deque<Waiter*>& batch);
   bool RunOne(Waiter& waiter);
+  bool Step(const char* statement);
 
   Mutex mutex_;
   CondVar ended_;

@@ -150,6 +150,12 @@ class LinuxFiles : public Files {
     return StatusOf(Retry([&] { return ::fsync(Fd(file)); }));
   }
 
+  void StartWriteback(NativeFile file, std::uint64_t offset, std::uint64_t size) override {
+    if (offset > kLargestOffset || size > kLargestOffset - offset) return;
+    (void)::sync_file_range(Fd(file), static_cast<off64_t>(offset), static_cast<off64_t>(size),
+                            SYNC_FILE_RANGE_WRITE);
+  }
+
   Status StatFile(NativeFile file, NodeInfo& info) override {
     struct stat st {};
     if (::fstat(Fd(file), &st) != 0) return LastError();

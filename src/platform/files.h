@@ -84,6 +84,9 @@ class Files {
   virtual Status Truncate(NativeFile file, std::uint64_t size) = 0;
   // The content is on the disk when this returns.
   virtual Status Sync(NativeFile file) = 0;
+  // Lets the system begin to write the changed bytes of a range to the disk, without waiting for
+  // it: a later Sync has less to do. A hint, whose failure means nothing.
+  virtual void StartWriteback(NativeFile, std::uint64_t /*offset*/, std::uint64_t /*size*/) {}
   virtual Status StatFile(NativeFile file, NodeInfo& info) = 0;
   virtual std::unique_ptr<AppendWriter> NewAppendWriter() = 0;
 

@@ -74,6 +74,9 @@ class ForwardingFiles : public Files, protected Forwarding {
   Status Sync(NativeFile file) override {
     return Do("Sync", [&] { return base_.Sync(file); });
   }
+  void StartWriteback(NativeFile file, std::uint64_t offset, std::uint64_t size) override {
+    base_.StartWriteback(file, offset, size);
+  }
   Status StatFile(NativeFile file, NodeInfo& info) override {
     return Do("StatFile", [&] { return base_.StatFile(file, info); });
   }

@@ -427,10 +427,13 @@ int PStream::RecvBinary(Channel& channel, PObject::binary_type& binary) {
   }
   UpdateStatus(0, size);
   std::uint64_t stored = 0;
-  result = StoreBinary(channel, file.get(), binary.path, size, stored);
+  ReceiveObserver* const observer = binary.offset == 0 ? observer_ : nullptr;
+  if (observer != nullptr) observer->Begin(binary.path, size);
+  result = StoreBinary(channel, file.get(), binary.path, size, observer, stored);
   // Some file systems report a full disk only now.
   const Status closed = platform::files().Close(file.Release());
   if (result == ERR_OK && !closed.ok()) result = StoreFailure(closed);
+  if (observer != nullptr && result == ERR_OK) observer->End();
   binary.offset += stored;
   binary.length = binary.offset;
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%sbinary has been stored at '%s' with length %llu\n",
@@ -498,7 +501,7 @@ int PStream::OpenTarget(PObject::binary_type& binary, ScopedFile& file) {
 }
 
 int PStream::StoreBinary(Channel& channel, NativeFile file, const ustring& path, std::uint64_t size,
-                         std::uint64_t& stored) {
+                         ReceiveObserver* observer, std::uint64_t& stored) {
   if (buffer_.size() < kBlockSize) buffer_.resize(kBlockSize);
   while (stored < size) {
     const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(kBlockSize, size - stored));
@@ -509,6 +512,7 @@ int PStream::StoreBinary(Channel& channel, NativeFile file, const ustring& path,
     stored += written;
     UpdateStatus(stored, size);
     if (!status.ok()) return StoreFailure(status);
+    if (observer != nullptr) observer->Stored(file, buffer_.data(), count);
     if (AtProgressStep(stored)) {
       Logger::LogMsg(Logger::L_INFO, kCategory,
                      L"[INFO] stream(%d): receiving %s ... (%llu / %llu)\n", __LINE__, path, stored,

@@ -51,6 +51,18 @@ class PStream {
 
   class SendFileWriteProgressReporter;
 
+  // Is told of the binaries that go into files of their own, while they arrive.
+  class ReceiveObserver {
+   public:
+    virtual ~ReceiveObserver() = default;
+    // `size` bytes are announced for the file at `path`.
+    virtual void Begin(const ustring& path, std::uint64_t size) = 0;
+    // The next `size` bytes are in the file.
+    virtual void Stored(platform::NativeFile file, const char* data, std::size_t size) = 0;
+    // All bytes are; not called after a failure.
+    virtual void End() = 0;
+  };
+
   PStream() = default;
   PStream(const PStream&) = delete;
   PStream& operator=(const PStream&) = delete;
@@ -70,6 +82,8 @@ class PStream {
   // Folder for received binaries whose place was not set; with neither they are refused.
   void SetDefaultRecvLocation(const ustring& path) { recv_path_ = path; }
   void SetLimits(const Limits& limits) { limits_ = limits; }
+  // Null, or an object that outlives the receptions.
+  void SetReceiveObserver(ReceiveObserver* observer) { observer_ = observer; }
   // Files that the last Recv made in that folder. The tree need not name them all: a member that
   // comes twice overwrites the first.
   const std::vector<ustring>& GetNewFiles() const { return new_files_; }
@@ -108,7 +122,7 @@ class PStream {
   int RecvBinary(Channel& channel, PObject::binary_type& binary);
   int OpenTarget(PObject::binary_type& binary, platform::ScopedFile& file);
   int StoreBinary(Channel& channel, platform::NativeFile file, const ustring& path,
-                  std::uint64_t size, std::uint64_t& stored);
+                  std::uint64_t size, ReceiveObserver* observer, std::uint64_t& stored);
   int CountBytes(std::uint64_t count);
   int Skip(Channel& channel, std::uint8_t tag);
 
@@ -129,6 +143,7 @@ class PStream {
   std::size_t indent_ = 0;  // nesting depth, for the indentation of debug lines alone
   bool trace_ = false;      // debug lines are on for this tree
   ustring recv_path_;
+  ReceiveObserver* observer_ = nullptr;
   std::vector<ustring> new_files_;
   Limits limits_;
   std::uint64_t nodes_ = 0, bytes_ = 0;  // of the tree being received

@@ -18,6 +18,10 @@ constexpr std::size_t kLookAhead = 16 * 1024;
 // Blocks above this would need a buffer of their size; against them everything is literal.
 constexpr std::uint32_t kLargestBlock = 8 << 20;
 
+// Bytes that may be hashed in vain for each byte of the pass, and in any case. Weak sums of a basis
+// of 16 GiB in blocks of 2 KiB deceive at one of 512 places of unrelated data: 4 bytes for each.
+constexpr std::uint64_t kMostDeceived = 32, kDeceivedInAnyCase = 256 << 20;
+
 using StrongSum = std::uint8_t[RSConstant::kStrongSumSize];
 
 }  // namespace
@@ -26,6 +30,7 @@ int DeltaHandler::begin() {
   read_buffer_.clear();
   write_buffer_.clear();
   match_count_ = 0;
+  passed_ = deceived_ = 0;
   if (index_.load(signature_file_) < 0) return -1;
   if (output_.open(delta_file_) < 0) return -1;
   appendDeltaMagic(write_buffer_);
@@ -38,6 +43,7 @@ int DeltaHandler::update(const void* data, std::size_t size) {
     appendLiteral(from, size);
     return startWrite();
   }
+  passed_ += size;
   const bool joined = !read_buffer_.empty();
   if (joined) {
     read_buffer_.reserve(read_buffer_.size() + size);
@@ -173,14 +179,25 @@ void DeltaHandler::confirmExpected() {
   expected_.clear();
 }
 
+bool DeltaHandler::isDeceivedTooOften() const {
+  return deceived_ > kDeceivedInAnyCase + kMostDeceived * passed_;
+}
+
 std::size_t DeltaHandler::tryCandidates(const Piece& piece, std::size_t count) {
+  if (isDeceivedTooOften()) {
+    candidates_.clear();
+    return npos;
+  }
   const std::uint8_t* windows[simd::kMaxLanes] = {};
   StrongSum strong[simd::kMaxLanes];
   for (std::size_t i = 0; i < count; ++i) windows[i] = piece.data + candidates_[i].position;
   simd::Md4Many(simd::Best(), windows, count, index_.blockSize(), strong[0]);
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t block = index_.find(candidates_[i].weak_sum, strong[i]);
-    if (block == npos) continue;
+    if (block == npos) {
+      deceived_ += index_.blockSize();
+      continue;
+    }
     match_start_ = block;
     match_count_ = 1;
     try_together_ = 1;

@@ -7,7 +7,9 @@
 // tail shorter than a block is never looked up.
 //
 // Strong sums are made only of windows whose weak sum was found, several at a time: of the windows
-// that would continue a copy, and, once a weak sum has deceived, of the next ones to be found.
+// that would continue a copy, and, once a weak sum has deceived, of the next ones to be found. A
+// signature that was made to deceive everywhere is believed only now and then: what is hashed in
+// vain stays in proportion to the bytes of the pass.
 #pragma once
 
 #include <cstdint>
@@ -56,6 +58,7 @@ class DeltaHandler : public Handler {
   void confirmExpected();
   // Looks up the first `count` candidates and drops them; npos when none begins a copy.
   std::size_t tryCandidates(const Piece& piece, std::size_t count);
+  bool isDeceivedTooOften() const;
   void clearMatch();
   void appendLiteral(const std::uint8_t* data, std::size_t size);
   // Starts the write of the commands so far, once the one before it has ended.
@@ -72,6 +75,8 @@ class DeltaHandler : public Handler {
   std::vector<Candidate> expected_;
   std::vector<Candidate> candidates_;
   std::size_t try_together_ = 1;  // grows with each deception, falls with a match
+  // Bytes that were given to update(), and those of windows whose strong sum was in vain.
+  std::uint64_t passed_ = 0, deceived_ = 0;
 };
 
 }  // namespace tolven

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <new>
+#include <utility>
 
 #include "rsapi-cpp/copy-handler.h"
 #include "rsapi-cpp/delta-handler.h"
@@ -32,11 +33,15 @@ void FileReader::setDeltaHandler(const ustring& delta_path, const ustring& signa
   delta_handler_ = std::make_unique<DeltaHandler>(delta_path, signature_path);
 }
 
+void FileReader::setFurtherHandler(std::unique_ptr<Handler> handler) {
+  further_handler_ = std::move(handler);
+}
+
 template <class Call>
 int FileReader::forAll(Call&& call) {
   int result = 0;
   Handler* const handlers[] = {copy_handler_.get(), delta_handler_.get(), signature_handler_.get(),
-                               md4_hash_handler_.get()};
+                               md4_hash_handler_.get(), further_handler_.get()};
   for (Handler* const handler : handlers) {
     if (handler == nullptr) continue;
     try {

@@ -13,6 +13,7 @@ namespace tolven {
 
 class CopyHandler;
 class DeltaHandler;
+class Handler;
 class MD4HashHandler;
 class SignatureHandler;
 
@@ -49,6 +50,9 @@ class FileReader {
   void setSignatureHandler(const ustring& path, std::uint32_t block_size, std::uint32_t hash_size);
   void setDeltaHandler(const ustring& delta_path, const ustring& signature_path);
 
+  // For one consumer of another kind, which comes behind the others.
+  void setFurtherHandler(std::unique_ptr<Handler> handler);
+
   virtual int readFile() = 0;
 
   // These go to all handlers, in the order copy, delta, signature, MD4, also when one of them
@@ -75,6 +79,7 @@ class FileReader {
   std::unique_ptr<MD4HashHandler> md4_hash_handler_;
   std::unique_ptr<SignatureHandler> signature_handler_;
   std::unique_ptr<DeltaHandler> delta_handler_;
+  std::unique_ptr<Handler> further_handler_;
 };
 
 }  // namespace tolven

@@ -141,6 +141,7 @@ class ClientProcess {
     return true;
   }
   bool is_running() const { return running_; }
+  std::int64_t pid() const { return child_.pid; }
 
   PObject Tell(const char* action, PObject request = PObject()) {
     request["action"] = action;

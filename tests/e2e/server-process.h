@@ -75,6 +75,7 @@ class ServerProcess {
     Start();
   }
 
+  std::int64_t pid() const { return child_.pid; }
   // The folder that it keeps everything in.
   std::string Data() const { return folder_.path() + "/server"; }
 

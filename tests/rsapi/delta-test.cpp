@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+
 #include "naive-delta.h"
 #include "workbench.h"
 
@@ -61,6 +63,20 @@ TEST_F(DeltaTest, CommandsAreTheNarrowestThereAre) {
   const std::string other = Delta(signature, large);
   EXPECT_EQ(other.substr(4, 5), "\x43\0\x0F\xF8\x01"s);
   EXPECT_EQ(other.size(), large.size() + 4 + 5 + 3 + 3 + 1);
+}
+
+// Its weak sum is that of every window, its strong sum that of none: 200 GB to hash, if believed.
+TEST_F(DeltaTest, ASignatureThatDeceivesAtEveryByteCostsLittle) {
+  constexpr std::uint32_t kBlock = 65536;
+  const std::string content(3 << 20, 'x');
+  std::string signature = Signature(content.substr(0, kBlock), kBlock, 8);
+  signature.back() = static_cast<char>(signature.back() ^ 1);
+  const std::clock_t start = std::clock();
+  const std::string delta = Delta(signature, content);
+  const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+  EXPECT_LT(seconds, 20);
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(Patch(content.substr(0, kBlock), delta), content);
 }
 
 TEST_F(DeltaTest, AgreesWithRdiffAroundEveryBoundary) {

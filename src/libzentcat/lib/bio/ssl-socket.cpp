@@ -49,12 +49,14 @@ int SslSocket::createSsl(Socket& socket) {
     return fail(error_syscall);
   }
   m_seen_bytes = 0;
+  m_rbuf = std::make_unique<LineBuffer<char>>(SSL3_RT_MAX_PLAIN_LENGTH);
   return 0;
 }
 
 void SslSocket::unload() {
   SSL_free(m_ssl);
   m_ssl = nullptr;
+  m_rbuf.reset();
   BufferedIOBase::unload();
 }
 
@@ -77,19 +79,34 @@ std::int64_t SslSocket::read(void* data, std::size_t size) {
   if (!loaded() || !isGoodToRead()) return -1;
   auto* const out = static_cast<char*>(data);
   Silence silence;
-  std::size_t done = 0;
-  while (done < size && !stopped()) {
-    ERR_clear_error();
-    const int got = SSL_read(m_ssl, out + done, ToInt(size - done));
-    if (got > 0) {
-      silence.moved();
-      done += static_cast<std::size_t>(got);
-      reportRead(static_cast<std::size_t>(got));
-    } else if (waitFor(got, silence) < 0) {
-      break;
+  std::size_t done = m_rbuf->read(out, size);
+  while (done < size) {
+    const std::size_t rest = size - done;
+    std::size_t got = 0;
+    if (rest >= m_rbuf->capacity()) {
+      got = readSome(out + done, rest, silence);
+    } else {
+      m_rbuf->grow(readSome(m_rbuf->tail(m_rbuf->room()), m_rbuf->room(), silence));
+      got = m_rbuf->read(out + done, rest);
     }
+    if (got == 0) break;
+    done += got;
   }
   return static_cast<std::int64_t>(done);
+}
+
+std::size_t SslSocket::readSome(char* data, std::size_t size, Silence& silence) {
+  while (!stopped()) {
+    ERR_clear_error();
+    const int got = SSL_read(m_ssl, data, ToInt(size));
+    if (got > 0) {
+      silence.moved();
+      reportRead(static_cast<std::size_t>(got));
+      return static_cast<std::size_t>(got);
+    }
+    if (waitFor(got, silence) < 0) break;
+  }
+  return 0;
 }
 
 std::int64_t SslSocket::wait_and_write(const void* data, std::size_t size) {

@@ -2,6 +2,8 @@
 
 #include <openssl/ssl.h>
 
+#include <memory>
+
 #include "libzentcat/lib/bio/buffered-io-base.h"
 #include "libzentcat/lib/io/socket.h"
 
@@ -47,8 +49,13 @@ class SslSocket : public BufferedIOBase {
   int waitFor(int result, Silence& silence);
   std::uint64_t wireBytes() const;
 
+  // At most `size` bytes into `data`, as soon as there are any: how many, 0 at the end.
+  std::size_t readSome(char* data, std::size_t size, Silence& silence);
+
   SSL_CTX* m_ssl_ctx;
   SSL* m_ssl = nullptr;
+  // What is left of the record in hand: a message is read in many small pieces.
+  std::unique_ptr<LineBuffer<char>> m_rbuf;
   std::uint64_t m_seen_bytes = 0;
 };
 
