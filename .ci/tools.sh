@@ -87,7 +87,9 @@ run_windows_tests() (
   build=$(realpath "$1")
   shift
   WINEPREFIX=$(mktemp -d)
-  export LC_ALL=C.UTF-8 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEPREFIX
+  # The recycle bin is the desktop's trash.
+  XDG_DATA_HOME=$WINEPREFIX/data
+  export LC_ALL=C.UTF-8 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEPREFIX XDG_DATA_HOME
   wine=/usr/lib/wine/wine64 server=/usr/lib/wine/wineserver64
   trap '$server -k; $server -w; rm -rf "$WINEPREFIX"' EXIT
   start_wine </dev/null >/dev/null 2>&1
