@@ -86,3 +86,33 @@ run_tidy() {
     if out=$(clang-tidy -p "$build" --quiet "$source" 2>/dev/null); then touch "$cache/$key"
     else printf "%s\n%s\n" "$source" "$out"; exit 1; fi' _ {}
 }
+
+# run_windows_tests BUILD [CTEST ARGUMENT..]: ctest under a wine of its own, which ends with it. Its
+# server starts first and away from our pipes: whatever wine process came first would start services
+# that hold them open, and each test would wait for that.
+run_windows_tests() (
+  build=$(realpath "$1")
+  shift
+  WINEPREFIX=$(mktemp -d)
+  # The recycle bin is the desktop's trash.
+  XDG_DATA_HOME=$WINEPREFIX/data
+  export LC_ALL=C.UTF-8 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEPREFIX XDG_DATA_HOME
+  wine=/usr/lib/wine/wine64 server=/usr/lib/wine/wineserver64
+  trap '$server -k; $server -w; rm -rf "$WINEPREFIX"' EXIT
+  start_wine </dev/null >/dev/null 2>&1
+  ctest --test-dir "$build" --output-on-failure --repeat until-pass:2 -j "$(nproc)" "$@"
+)
+
+# Windows without a display, names with a leading dot visible, a crash ends the program at once.
+start_wine() {
+  $wine wineboot -i
+  $server -w
+  printf '%s\n' REGEDIT4 '' '[HKEY_CURRENT_USER\Software\Wine\Drivers]' '"Graphics"="null"' '' \
+    '[HKEY_CURRENT_USER\Software\Wine]' '"ShowDotFiles"="Y"' '' \
+    '[HKEY_CURRENT_USER\Software\Wine\WineDbg]' '"ShowCrashDialog"=dword:00000000' '' \
+    >"$WINEPREFIX/settings.reg"
+  $wine regedit "$WINEPREFIX/settings.reg"
+  $server -w
+  $server -p
+  $wine cmd /c exit
+}

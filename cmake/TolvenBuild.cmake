@@ -25,6 +25,12 @@ else()
   # g++ 12 sees overlapping copies in inlined std::string concatenation where there are none.
   target_compile_options(tolven_options INTERFACE -Wno-restrict)
 endif()
+if(WIN32)
+  # Windows 7 and later; the wide calls unless a call says otherwise; ICU is linked statically.
+  target_compile_definitions(
+    tolven_options INTERFACE _WIN32_WINNT=0x0601 UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN
+                             U_STATIC_IMPLEMENTATION)
+endif()
 if(TOLVEN_SANITIZE)
   string(REPLACE "," ";" tolven_sanitizers "${TOLVEN_SANITIZE}")
   foreach(sanitizer IN LISTS tolven_sanitizers)

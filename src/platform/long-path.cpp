@@ -3,6 +3,7 @@
 #include <unicode/uchar.h>
 
 #include <algorithm>
+#include <initializer_list>
 
 namespace tolven::platform {
 
@@ -51,6 +52,36 @@ std::string_view NextComponent(std::string_view path, std::size_t& place) {
   return path.substr(start, end - start);
 }
 
+constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kLongestPath = 32767;
+
+bool IsOneOf(std::string_view text, std::initializer_list<std::string_view> list) {
+  return std::find(list.begin(), list.end(), text) != list.end();
+}
+
+// What stands in front of the first dot names a device, whatever comes behind it.
+bool IsDeviceName(std::string_view name) {
+  std::string stem(name.substr(0, name.find('.')));
+  stem.erase(stem.find_last_not_of(' ') + 1);
+  for (char& c : stem) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c & ~0x20);
+  }
+  if (IsOneOf(stem, {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"})) return true;
+  if (!stem.starts_with("COM") && !stem.starts_with("LPT")) return false;
+  const std::string_view number = std::string_view(stem).substr(3);
+  if (number.size() == 1) return number[0] >= '0' && number[0] <= '9';
+  return IsOneOf(number, {"\xC2\xB9", "\xC2\xB2", "\xC2\xB3"});  // superscript digits
+}
+
+std::size_t CountUnits(std::string_view text) {
+  std::size_t units = 0;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte & 0xC0) != 0x80) units += byte >= 0xF0 ? 2 : 1;
+  }
+  return units;
+}
+
 // Units compare as the file system does it: one by one, in upper case.
 char16_t Upper(char16_t unit) {
   const UChar32 upper = u_toupper(unit);
@@ -70,6 +101,25 @@ std::size_t WindowsRootLength(std::string_view path) {
   }
   while (end < path.size() && IsSeparator(path[end])) ++end;
   return end;
+}
+
+bool IsWindowsName(std::string_view name) {
+  constexpr std::string_view kReserved = "<>:\"/\\|?*";
+  if (name.empty() || name.back() == '.' || name.back() == ' ') return false;
+  const bool plain = std::none_of(name.begin(), name.end(), [&](char c) {
+    return static_cast<unsigned char>(c) < 0x20 || kReserved.find(c) != std::string_view::npos;
+  });
+  return plain && !IsDeviceName(name) && CountUnits(name) <= kLongestName;
+}
+
+bool IsWindowsPath(std::string_view path) {
+  if (CountUnits(path) + kSharePrefix.size() > kLongestPath) return false;
+  std::size_t place = WindowsRootLength(path);
+  for (;;) {
+    const std::string_view component = NextComponent(path, place);
+    if (component.empty()) return true;
+    if (!IsWindowsName(component)) return false;
+  }
 }
 
 ustring get_extened_path(const ustring& path) {

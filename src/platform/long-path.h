@@ -24,6 +24,14 @@ ustring PlainPath(const ustring& extended);
 // and the same behind a device prefix. 0 for a relative path.
 std::size_t WindowsRootLength(std::string_view path);
 
+// Whether Windows takes each component behind the root for the name of a file. It does not take
+// "a:b" (a stream), "nul.txt" (a device), "a." and "a " (another name), control characters,
+// wildcards and names of more than 255 units. The form of the path before lifts most of these
+// limits, but what was made so, no other program can open or remove.
+bool IsWindowsPath(std::string_view path);
+// The same for one component.
+bool IsWindowsName(std::string_view name);
+
 // Whether two paths are spelled differently and yet name one object on a file system that ignores
 // case. Such a rename has to go through a name of its own.
 bool DifferOnlyInCase(const ustring& a, const ustring& b);

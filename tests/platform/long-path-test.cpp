@@ -38,6 +38,34 @@ TEST(LongPath, Forms) {
   EXPECT_EQ(PlainPath(R"(\\?\C:\d)"), R"(C:\d)");
 }
 
+TEST(LongPath, NamesThatCannotBeHeld) {
+  for (const char* name : {"a", "a b", ".a", "a.b.c", "console", "com", "COM10", "nula", "\xC3\xA4",
+                           "lpt\xC3\xA4", "a'b", "#x~1"}) {
+    EXPECT_TRUE(IsWindowsName(name)) << name;
+    EXPECT_TRUE(IsWindowsPath(std::string("C:/dir/") + name + "/x")) << name;
+  }
+  for (const char* name :
+       {"a:b",  "a?",       "*",           "a<",     "a>",  "a|",      "a\"",
+        "a.",   "a ",       "a\tb",        "a\x1F",  "con", "Nul.txt", "aux .x.y",
+        "COM1", "lpt9.log", "com\xC2\xB2", "CONIN$", "..",  "."}) {
+    EXPECT_FALSE(IsWindowsName(name)) << name;
+    EXPECT_FALSE(IsWindowsPath(std::string("C:/dir/") + name + "/x")) << name;
+  }
+  EXPECT_TRUE(IsWindowsName(std::string(255, 'n')));
+  EXPECT_FALSE(IsWindowsName(std::string(256, 'n')));
+  std::string emoji;
+  for (int i = 0; i < 127; ++i) emoji += "\xF0\x9F\x98\x80";  // 254 units
+  EXPECT_TRUE(IsWindowsName(emoji + "x"));
+  EXPECT_FALSE(IsWindowsName(emoji + "xy"));
+  EXPECT_TRUE(IsWindowsPath(R"(\\?\C:\dir)"));
+  EXPECT_TRUE(IsWindowsPath("//server/share/dir"));
+  EXPECT_FALSE(IsWindowsPath("C:/a:b"));
+  std::string deep = "C:/";
+  while (deep.size() < 32700) deep += "dir/";
+  EXPECT_TRUE(IsWindowsPath(deep));
+  EXPECT_FALSE(IsWindowsPath(deep + std::string(100, 'n')));
+}
+
 TEST(LongPath, Spelling) {
   EXPECT_TRUE(DifferOnlyInCase("C:/dir/\xC3\xA9t\xC3\xA9", R"(C:\DIR\)"
                                                            "\xC3\x89t\xC3\xA9"));

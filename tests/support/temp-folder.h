@@ -1,10 +1,10 @@
 // A folder of a test's own that goes when the test ends.
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
 
 #include "ustring/ustring.h"
@@ -14,9 +14,14 @@ namespace tolven::test {
 class TempFolder {
  public:
   TempFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "tolven-test-XXXXXX").string();
-    const char* const made = mkdtemp(name.data());
-    path_ = made == nullptr ? "" : made;
+    namespace fs = std::filesystem;
+    std::random_device random;
+    fs::path made;
+    do {
+      made = fs::temp_directory_path() / ("tolven-test-" + std::to_string(random()));
+    } while (!fs::create_directory(made));
+    fs::permissions(made, fs::perms::owner_all);
+    path_ = made.generic_string();
   }
   ~TempFolder() {
     std::error_code ignored;
@@ -32,12 +37,17 @@ class TempFolder {
   std::string path_;
 };
 
+inline std::filesystem::path FsPath(const ustring& path) {
+  const std::string& text = path.str();
+  return std::u8string(text.begin(), text.end());
+}
+
 inline void WriteFile(const ustring& path, const std::string& content) {
-  std::ofstream(path.str(), std::ios::binary) << content;
+  std::ofstream(FsPath(path), std::ios::binary) << content;
 }
 
 inline std::string ReadFile(const ustring& path) {
-  std::ifstream in(path.str(), std::ios::binary);
+  std::ifstream in(FsPath(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }
 

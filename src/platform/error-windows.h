@@ -1,0 +1,23 @@
+// From GetLastError() to Status, for the Windows side of the services only.
+#pragma once
+
+#include <winsock2.h>
+// winsock2.h has to come first.
+#include <windows.h>
+
+#include "platform/status.h"
+
+// Our own methods have this name.
+#undef RemoveDirectory
+
+namespace tolven::platform {
+
+// `code` is a system error, a Winsock one included.
+Status StatusFromError(DWORD code);
+
+inline Status LastError() { return StatusFromError(::GetLastError()); }
+
+// Status of a call that returns FALSE for failure.
+inline Status StatusOf(BOOL result) { return result != FALSE ? Status{} : LastError(); }
+
+}  // namespace tolven::platform
