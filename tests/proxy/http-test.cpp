@@ -110,8 +110,7 @@ TEST(HttpHeaderTest, BearsLongLinesButNoHeaderWithoutEnd) {
   EXPECT_EQ(ZENTProxyClientParseHttpHeader(cut.socket, list), -1);
 
   Talk endless;
-  ScriptedSockets scripted(milliseconds(1),
-                           [&](int) { endless.Say("key: value\r\n"); });
+  ScriptedSockets scripted(milliseconds(1), [&](int) { endless.Say("key: value\r\n"); });
   EXPECT_EQ(ZENTProxyClientParseHttpHeader(endless.socket, list), -1);
 }
 
