@@ -4,8 +4,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "ustring/ustring.h"
 
@@ -37,8 +38,10 @@ inline void WriteFile(const ustring& path, const std::string& content) {
 }
 
 inline std::string ReadFile(const ustring& path) {
-  std::ifstream in(path.str(), std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
+  std::ostringstream content;
+  const std::ifstream in(path.str(), std::ios::binary);
+  content << in.rdbuf();
+  return std::move(content).str();
 }
 
 }  // namespace tolven::test
