@@ -288,6 +288,10 @@ class WindowsSockets : public Sockets {
     return Moved(::recv(Native(socket), static_cast<char*>(data), Clamp(size), 0), got);
   }
 
+  Status Peek(NativeSocket socket, void* data, std::size_t size, std::size_t& got) override {
+    return Moved(::recv(Native(socket), static_cast<char*>(data), Clamp(size), MSG_PEEK), got);
+  }
+
   Status Send(NativeSocket socket, const void* data, std::size_t size, std::size_t& sent) override {
     return Moved(::send(Native(socket), static_cast<const char*>(data), Clamp(size), 0), sent);
   }

@@ -88,7 +88,7 @@ TEST_F(Volume, MayGoInTheMiddleOfATransfer) {
   PrivateMounts::Bind(disk, point_);
   Forwarder wire(server_.port);
   ClientProcess a(server_, "a", {.root = point_, .port = wire.port()}), b(server_, "b");
-  const std::string up = Noise(24 * kMegabyte, 1), down = Noise(24 * kMegabyte, 2);
+  const std::string up = Noise(16 * kMegabyte, 1), down = Noise(16 * kMegabyte, 2);
   Write(a, "stays", "stays");
   ExpectBoth(a, b, {{"stays", "stays"}});
   Write(a, "up", up);

@@ -3,9 +3,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
+#include <utility>
 
 #include "ustring/ustring.h"
 
@@ -47,8 +48,10 @@ inline void WriteFile(const ustring& path, const std::string& content) {
 }
 
 inline std::string ReadFile(const ustring& path) {
-  std::ifstream in(FsPath(path), std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
+  std::ostringstream content;
+  const std::ifstream in(FsPath(path), std::ios::binary);
+  content << in.rdbuf();
+  return std::move(content).str();
 }
 
 }  // namespace tolven::test

@@ -174,7 +174,8 @@ bool UploadLocalHandler::PushFolderAbove() {
     if (found != 1 || record.isExist == 0) continue;
     if (record.IsDir()) return false;
     Registry::Entry entry = context.GetEntry();
-    return PushUploadEvent(entry, ustring(path), true) == 0;
+    (void)PushUploadEvent(entry, ustring(path), true);
+    return true;
   }
   return false;
 }
