@@ -254,6 +254,23 @@ TEST_F(Download, ChangesKindsAndKeepsEditsInside) {
   EXPECT_THAT(LeftOvers(), IsEmpty());
 }
 
+// What arrives while a worker has an event makes it do the event again.
+TEST_F(Download, BringsNothingBackThatWasRemovedRightAfterItCame) {
+  answer_ = [&](const PObject&) { return Whole("content", 7); };
+  const Event event = Change("/file", 7, "content");
+  EXPECT_EQ(Handle(event), 0);
+  std::filesystem::remove(Place("/file").str());
+  TakeRequests();
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(Handle(event), 0);
+    EXPECT_NE(dynamic_cast<CreateEventCallback*>(controller_.GetErrorCallback()), nullptr);
+    EXPECT_FALSE(Exists("/file"));
+  }
+  EXPECT_THAT(TakeRequests(), IsEmpty());
+  EXPECT_EQ(Handle(Change("/file", 8, "content")), 0);
+  EXPECT_TRUE(Exists("/file")) << "news";
+}
+
 TEST_F(Download, ForcedFetchesWhatIsGoneAndForgetsNothing) {
   ForceDownloadHandler forced;
   Event event = Change("/file", kForcedDownload, "synced");

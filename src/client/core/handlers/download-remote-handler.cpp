@@ -57,11 +57,13 @@ int DownloadRemoteHandler::Apply() {
   }
   SetWorkingType(W_TYPE_DOWNLOAD);
   DBFileInfo db_info = context.GetDatabaseInfo();
+  const Event& event = context.GetEvent();
+  const Installed installed = std::exchange(installed_, Installed());
   if (!local.Exists()) {
+    if (installed == Installed(event) && db_info.syncID == event.m_sync_id) return OnRemovedSince();
     const int forgotten = ForgetVanished(db_info);
     if (forgotten != 0) return forgotten;
   }
-  const Event& event = context.GetEvent();
   if (event.m_sync_id <= db_info.syncID) return HandleEcho(local, db_info);
   if (IsFakeDownloadRemoteEvent(event, local, db_info)) {
     HANDLER_INFO("Worker (%d): Fake download event merged for '%s'.", GetWorkerId(),
@@ -77,6 +79,7 @@ int DownloadRemoteHandler::Apply() {
   if (result < 0) return result;
   patch_err_count = 0;
   whole_file_key_.clear();
+  installed_ = Installed(event);
   return 0;
 }
 
@@ -147,6 +150,19 @@ int DownloadRemoteHandler::ForgetVanished(DBFileInfo& db_info) {
   db_info.Clear();
   context.SetDatabaseInfo(db_info);
   if (!context.GetEvent().isDir()) (void)context.RemoveLocalDatabaseInfo();
+  return 0;
+}
+
+// This very event put it there a moment ago and was only repeated for what arrived meanwhile: who
+// removed it has seen it.
+int DownloadRemoteHandler::OnRemovedSince() {
+  const EventContext& context = GetContext();
+  if (!HandlerHelper::IsRootProved(context)) return ReturnEvent();
+  const Event& event = context.GetEvent();
+  installed_ = Installed(event);
+  auto callback = std::make_unique<CreateEventCallback>();
+  callback->SetLocalRemoveEvent(event.m_path, event.isDir());
+  SetErrorAction(ACTION_DONE, std::move(callback));
   return 0;
 }
 

@@ -50,6 +50,7 @@ class DownloadRemoteHandler : public EventHandler {
   int Apply();
   int TestDownloadRemoteFilter(int& filter_type);
   int HandleFilteredEvent(int filter_type);
+  int OnRemovedSince();
   int ForgetVanished(DBFileInfo& db_info);
   int HandleEcho(const File& local_file, const DBFileInfo& db_info);
   bool IsFakeDownloadRemoteEvent(const Event& event, const File& local_file,
@@ -167,6 +168,21 @@ class DownloadRemoteHandler : public EventHandler {
   static bool CanMergeZentACL() { return true; }
   static bool CanMergeSharePrivilege() { return true; }
 
+  // The event whose object was put in place last, unless another one came since.
+  struct Installed {
+    Installed() = default;
+    explicit Installed(const Event& event)
+        : session(event.m_sess_id), path(event.m_path), sync_id(event.m_sync_id) {}
+    bool operator==(const Installed& other) const {
+      return session == other.session && path == other.path && sync_id == other.sync_id;
+    }
+
+    std::uint64_t session = 0;
+    ustring path;
+    std::uint64_t sync_id = 0;
+  };
+
+  Installed installed_;
   int patch_err_count = 0;  // deltas in a row that did not fit an unchanged basis
   // Path, in its session, for which a delta did not fit: it is asked for whole.
   ustring whole_file_key_;

@@ -41,22 +41,28 @@ int ForceDownloadHandler::Handle() {
   SetAbortable(true);
   if (db_info.syncID == 0) {
     HANDLER_NOTE("Force download '%s' but cannot find any record in event DB, skipping.", path);
-    return 0;
+    // A removal that was parked has nothing left to remove.
+    return local.IsKnown() && !local.Exists() ? Unpark() : 0;
   }
   if (local.Exists() && !FileHelper::LocallyModified(context, local, db_info)) {
     HANDLER_INFO("Force download '%s' but NO local modification.", path);
-    if (context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL, path, 0) <
-        0) {
-      HANDLER_ERROR("RemoveRemote: Failed to remove filtered local event [%s]", path);
-      return ERR_SYS;
-    }
-    return 0;
+    return Unpark();
   }
   if (!local.IsKnown() || (!local.Exists() && !HandlerHelper::IsRootProved(context))) {
     SetErrorAction(ACTION_RETURN_EVENT);
     return ERR_INT;
   }
   return DownloadAnew(db_info);
+}
+
+int ForceDownloadHandler::Unpark() {
+  const EventContext& context = GetContext();
+  if (context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL,
+                                                          context.GetPath(), 0) == 0) {
+    return 0;
+  }
+  HANDLER_ERROR("RemoveRemote: Failed to remove filtered local event [%s]", context.GetPath());
+  return ERR_SYS;
 }
 
 // Without a number of its own the path is downloaded as new, at the version of its record.

@@ -14,6 +14,7 @@ class ForceDownloadHandler : public EventHandler {
   bool FilterEvent() override;
 
  private:
+  int Unpark();
   int DownloadAnew(const DBFileInfo& db_info);
 
   DownloadRemoteHandler download_;
