@@ -4,8 +4,8 @@
 #include <string>
 
 #include "client/file-event-db.h"
-#include "faulty-vfs.h"
 #include "platform/forwarding-files.h"
+#include "support/faulty-vfs.h"
 #include "support/temp-folder.h"
 
 int main(int argc, char** argv) {

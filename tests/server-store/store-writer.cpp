@@ -5,10 +5,10 @@
 #include <fstream>
 #include <string>
 
-#include "event-db/faulty-vfs.h"
 #include "platform/forwarding-files.h"
 #include "server/store/file-content-store.h"
 #include "server/store/sqlite-metadata.h"
+#include "support/faulty-vfs.h"
 #include "support/temp-folder.h"
 
 int main(int argc, char** argv) {
