@@ -86,7 +86,7 @@ class Pair {
   // Since the last time it was asked.
   std::string TakeCost() {
     const double daemon = ProcessorSeconds(client_.pid()), server = ProcessorSeconds(server_.pid());
-    const std::string text =
+    std::string text =
         fmt::format("processor: daemon {:.2f} s, server {:.2f} s; daemon {:.0f} MiB{}",
                     daemon - daemon_seconds_, server - server_seconds_,
                     PeakResidentMib(client_.pid()), wire_.Take());

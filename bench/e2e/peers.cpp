@@ -25,7 +25,7 @@ void Peers::RunAll(const std::string* what) const {
   const std::string to = work_ + "/peer-";
   const std::string unison = "UNISON=" + work_ + "/unison unison " + from_ + " " + to + "unison";
   const std::string rclone =
-      "rclone --config " + work_ + "/rclone.conf sync " + from_ + " " + to + "rclone";
+      "rclone -q --config " + work_ + "/rclone.conf sync " + from_ + " " + to + "rclone";
   // Those that do not sync what they write have it synced by the file system.
   const Peer peers[] = {
       {"rsync", "rsync --fsync",
