@@ -40,8 +40,9 @@ class EventTree {
 
   // Whether anything pending below is not a removal.
   static bool HasPendingChangeBelow(const EventDirNode& dir);
-  // Whether a removal made locally is pending on `path` or on anything above it.
-  bool HasLocalRemovalOnWay(std::string_view path) const;
+  // Whether a removal of the server, or one made locally, is pending on `path` or on anything above
+  // it.
+  bool HasRemovalOnWay(std::string_view path, bool server) const;
   // Whether anything pending below `path` is the server's.
   bool HasServerEventBelow(std::string_view path) const;
   // Whether the server's event of a file waits for that of the folder of the same name.
