@@ -1,12 +1,13 @@
 # Steps of .ci/run that need more than a line. Sourced, not run.
 
+# install_ci_tools LIST..: the packages of the list files that this machine lacks.
 install_ci_tools() {
   local missing=() package sudo=()
   while read -r package; do
     [[ -z $package || $package == \#* ]] && continue
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
       missing+=("$package")
-  done <cmake/debian-packages-ci.txt
+  done < <(cat "$@")
   ((${#missing[@]})) || return 0
   ((EUID == 0)) || sudo=(sudo)
   "${sudo[@]}" apt-get update -qq
@@ -87,12 +88,10 @@ run_tidy() {
     else printf "%s\n%s\n" "$source" "$out"; exit 1; fi' _ {}
 }
 
-# run_windows_tests BUILD [CTEST ARGUMENT..]: ctest under a wine of its own, which ends with it. Its
-# server starts first and away from our pipes: whatever wine process came first would start services
-# that hold them open, and each test would wait for that.
-run_windows_tests() (
-  build=$(realpath "$1")
-  shift
+# with_wine COMMAND..: under a wine of its own, which ends with the command. Its server starts first and
+# away from our pipes: whatever wine process came first would start services that hold them open, and
+# whoever reads such a pipe would wait for those.
+with_wine() (
   WINEPREFIX=$(mktemp -d)
   # The recycle bin is the desktop's trash.
   XDG_DATA_HOME=$WINEPREFIX/data
@@ -100,7 +99,7 @@ run_windows_tests() (
   wine=/usr/lib/wine/wine64 server=/usr/lib/wine/wineserver64
   trap '$server -k; $server -w; rm -rf "$WINEPREFIX"' EXIT
   start_wine </dev/null >/dev/null 2>&1
-  ctest --test-dir "$build" --output-on-failure --repeat until-pass:2 -j "$(nproc)" "$@"
+  "$@"
 )
 
 # Windows without a display, names with a leading dot visible, a crash ends the program at once.
@@ -115,4 +114,12 @@ start_wine() {
   $server -w
   $server -p
   $wine cmd /c exit
+}
+
+# run_windows_tests LINUX_BUILD WINDOWS_BUILD [CTEST ARGUMENT..]
+run_windows_tests() {
+  local linux=$1 windows=$2
+  shift 2
+  with_wine ctest --test-dir "$windows" --output-on-failure --repeat until-pass:2 -j "$(nproc)" "$@"
+  with_wine tests/windows/two-systems.sh "$linux" "$windows"
 }

@@ -59,9 +59,13 @@ function(tolven_library name)
 endfunction()
 
 # tolven_program(NAME SOURCES a.cpp ... DEPS target ...)
+# On Windows its code page is UTF-8 where the system knows that, so that every name can be an argument.
 function(tolven_program name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  if(WIN32)
+    target_sources(${name} PRIVATE "${CMAKE_SOURCE_DIR}/cmake/windows-program.rc")
+  endif()
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} tolven_options)
 endfunction()
 

@@ -1,7 +1,10 @@
 // tolvenctl: starts the daemon, tells it what to do, and shows what it does.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "ctl/commands.h"
 #include "platform/process.h"
@@ -163,7 +166,9 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = tolven::platform::process().Arguments(argc, argv);
+    std::reverse(words.begin(), words.end());  // the parser takes them from the end
+    app.parse(words);
   } catch (const CLI::ParseError& error) {
     return app.exit(error, std::cout, std::cerr) == 0 ? 0 : 1;
   }

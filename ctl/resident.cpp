@@ -30,10 +30,11 @@ ustring FindDaemon(const std::string& given) {
   if (!given.empty()) return ustring(given);
   ustring self;
   if (!platform::process().ExecutablePath(self).ok()) return {};
-  const ustring folder = self.substr(0, self.find_last_of("/\\"));
+  const ustring folder = self.substr(0, self.find_last_of('/'));
+  const ustring above = folder.substr(0, folder.find_last_of('/'));
   const ustring suffix = self.size() > 4 && self.substr(self.size() - 4) == ".exe" ? ".exe" : "";
-  for (const char* place : {"/tolven-daemon", "/../src/client/core/tolven-daemon"}) {
-    ustring candidate = folder + place + suffix;
+  for (const ustring& place : {folder, above + "/src/client/core"}) {
+    ustring candidate = place + "/tolven-daemon" + suffix;
     platform::NodeInfo info;
     if (platform::files().Stat(candidate, info).ok()) return candidate;
   }

@@ -1,7 +1,10 @@
 // tolven-server: serves views to the daemons of its users, and lets its administrator set it up.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "acl/acl-constants.h"
 #include "lib/log.h"
@@ -213,7 +216,9 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    app.parse(argc, argv);
+    std::vector<std::string> words = platform::process().Arguments(argc, argv);
+    std::reverse(words.begin(), words.end());  // the parser takes them from the end
+    app.parse(words);
   } catch (const CLI::ParseError& error) {
     return app.exit(error, std::cout, std::cerr) == 0 ? 0 : 1;
   }

@@ -164,7 +164,12 @@ void EventList2::ClearLocalEvent() {
 
 bool EventList2::HasLocalRemoval(const ustring& path) const {
   MutexLock lock(mutex_);
-  return tree_.HasLocalRemovalOnWay(path.view());
+  return tree_.HasRemovalOnWay(path.view(), false);
+}
+
+bool EventList2::HasServerRemoval(const ustring& path) const {
+  MutexLock lock(mutex_);
+  return tree_.HasRemovalOnWay(path.view(), true);
 }
 
 bool EventList2::HasServerEventBelow(const ustring& path) const {

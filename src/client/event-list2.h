@@ -58,8 +58,10 @@ class EventList2 {
   // Drops every local event, those with workers too.
   void ClearLocalEvent();
 
-  // Whether a removal made here is pending for `path` or for a folder above it.
+  // Whether a removal made here, or one of the server, is pending for `path` or for a folder above
+  // it.
   bool HasLocalRemoval(const ustring& path) const;
+  bool HasServerRemoval(const ustring& path) const;
   // Whether a local event is pending that took the place of a server's.
   bool HasReplacedServerEvent() const;
   // Whether a change of the server is pending for something below `path`.

@@ -141,18 +141,30 @@ int32_t EventManager::GetAllPendingEventCount(uint64_t sess_id) {
   return count;
 }
 
-bool EventManager::IsLocalRemovalPending(uint64_t sess_id, const ustring& path) {
-  MutexLock lock(m_lock);
-  // What a task has may have been replaced in the tree.
+// What a task has may have been replaced in the tree.
+bool EventManager::IsRemovalWithTask(uint64_t sess_id, const ustring& path, bool server) {
   for (const auto& [task, entry] : registry) {
     const Event& event = entry.processing;
-    if (event.m_type == Event::EV_REMOVE && event.isLocalEvent() && event.m_sess_id == sess_id &&
-        IsAtOrAbove(event.m_path.view(), path.view())) {
+    if (event.m_type == Event::EV_REMOVE && event.isServerEvent() == server &&
+        event.m_sess_id == sess_id && IsAtOrAbove(event.m_path.view(), path.view())) {
       return true;
     }
   }
+  return false;
+}
+
+bool EventManager::IsLocalRemovalPending(uint64_t sess_id, const ustring& path) {
+  MutexLock lock(m_lock);
+  if (IsRemovalWithTask(sess_id, path, false)) return true;
   event_pool* const pool = FindPool(sess_id);
   return pool != nullptr && pool->event_tree.HasLocalRemoval(path);
+}
+
+bool EventManager::IsServerRemovalPending(uint64_t sess_id, const ustring& path) {
+  MutexLock lock(m_lock);
+  if (IsRemovalWithTask(sess_id, path, true)) return true;
+  event_pool* const pool = FindPool(sess_id);
+  return pool != nullptr && pool->event_tree.HasServerRemoval(path);
 }
 
 bool EventManager::IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) {

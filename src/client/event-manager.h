@@ -79,6 +79,8 @@ class EventManager {
   // Whether a removal of `path`, or of a folder above it, that was made here waits or is with a
   // task: that the path is gone then says nothing more.
   bool IsLocalRemovalPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
+  // The same for a removal of the server.
+  bool IsServerRemovalPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
 
   // Whether a change of the server for something below `path` waits or is with a task.
   bool IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
@@ -107,6 +109,7 @@ class EventManager {
  private:
   enum class Side { LOCAL, SERVER };
 
+  bool IsRemovalWithTask(uint64_t sess_id, const ustring& path, bool server) REQUIRES(m_lock);
   void Push(const Event& event, Side side) EXCLUDES(m_lock, m_pool_index_lock);
   void PushLocked(const Event& event, Side side) REQUIRES(m_lock) EXCLUDES(m_pool_index_lock);
   int DoneLocked(Task* task, Event& inout) REQUIRES(m_lock);

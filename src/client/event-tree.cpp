@@ -10,8 +10,8 @@ bool IsPendingChange(const EventNode& node) {
   return node.status != EventStatus::DONE && node.attr.type != Event::EV_REMOVE;
 }
 
-bool IsLocalRemoval(const EventNode* node) {
-  return node != nullptr && node->status != EventStatus::DONE && !node->attr.isServer() &&
+bool IsRemoval(const EventNode* node, bool server) {
+  return node != nullptr && node->status != EventStatus::DONE && node->attr.isServer() == server &&
          node->attr.type == Event::EV_REMOVE;
 }
 
@@ -42,14 +42,14 @@ EventDirNode* EventTree::FindDir(std::string_view dir) const {
   return node;
 }
 
-bool EventTree::HasLocalRemovalOnWay(std::string_view path) const {
+bool EventTree::HasRemovalOnWay(std::string_view path, bool server) const {
   const EventDirNode* node = root_.get();
   PathWalker walker(path);
-  while (!IsLocalRemoval(node)) {
+  while (!IsRemoval(node, server)) {
     const std::string_view name = walker.Next();
     if (name.empty()) return false;
-    if (IsLocalRemoval(node->files().Find(name))) return true;
-    if (HidesLocalRemovals(*node)) return true;
+    if (IsRemoval(node->files().Find(name), server)) return true;
+    if (!server && HidesLocalRemovals(*node)) return true;
     node = node->dirs().Find(name);
     if (node == nullptr) return false;
   }

@@ -40,9 +40,9 @@ class EventTree {
 
   // Whether anything pending below is not a removal.
   static bool HasPendingChangeBelow(const EventDirNode& dir);
-  // Whether a removal made locally is pending on `path` or on anything above it, or a folder above
-  // it is yet to be searched for what was removed in it.
-  bool HasLocalRemovalOnWay(std::string_view path) const;
+  // Whether a removal of the server, or one made locally, is pending on `path` or on anything above
+  // it. For the local ones: or a folder above it is yet to be searched for what was removed in it.
+  bool HasRemovalOnWay(std::string_view path, bool server) const;
   // Whether a pending event has taken the place of a server's.
   bool HasReplacedServerEvent() const;
   // Whether anything pending below `path` is the server's.

@@ -1,14 +1,8 @@
 // From GetLastError() to Status, for the Windows side of the services only.
 #pragma once
 
-#include <winsock2.h>
-// winsock2.h has to come first.
-#include <windows.h>
-
 #include "platform/status.h"
-
-// Our own methods have this name.
-#undef RemoveDirectory
+#include "platform/system-windows.h"
 
 namespace tolven::platform {
 

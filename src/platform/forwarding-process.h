@@ -27,6 +27,10 @@ class ForwardingProcess : public Process, protected Forwarding {
     (void)Ask("Id");
     return base_.Id();
   }
+  std::vector<std::string> Arguments(int argc, const char* const* argv) override {
+    (void)Ask("Arguments");
+    return base_.Arguments(argc, argv);
+  }
   Status DecodeArgument(const char* word, ustring& text) override {
     return Do("DecodeArgument", [&] { return base_.DecodeArgument(word, text); });
   }

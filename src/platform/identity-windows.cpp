@@ -1,12 +1,7 @@
-#include "platform/identity.h"
-
-// shlobj.h and lm.h need windows.h, and that after winsock2.h.
-#include <lm.h>
-#include <shlobj.h>
-
 #include <cstring>
 #include <string>
 
+#include "platform/identity.h"
 #include "platform/peer-table-windows.h"
 #include "platform/service-slot.h"
 #include "platform/wide-windows.h"

@@ -9,6 +9,8 @@ std::size_t PathRootLength(const ustring& path) {
   return end == std::string_view::npos ? path.size() : end;
 }
 
+bool NamesIgnoreCase() { return false; }
+
 Status FromCodePage(const std::string& text, std::u16string& wide) {
   const ustring converted(text);
   wide = converted.c_str();

@@ -10,6 +10,8 @@ bool IsPathSeparator(char c) { return c == '/' || c == '\\'; }
 
 std::size_t PathRootLength(const ustring& path) { return WindowsRootLength(path.view()); }
 
+bool NamesIgnoreCase() { return true; }
+
 Status FromCodePage(const std::string& text, std::u16string& wide) {
   wide.clear();
   if (text.empty()) return {};

@@ -16,6 +16,9 @@ bool IsPathSeparator(char c);
 // on Windows. 0 for a relative path.
 std::size_t PathRootLength(const ustring& path);
 
+// Whether two names that differ only in case are one to the file systems of this system.
+bool NamesIgnoreCase();
+
 // Between UTF-16 and the active code page, which is UTF-8 on Linux. kInvalid for text that has no
 // counterpart.
 Status FromCodePage(const std::string& text, std::u16string& wide);

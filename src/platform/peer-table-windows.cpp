@@ -1,7 +1,5 @@
 #include "platform/peer-table-windows.h"
 
-#include <iphlpapi.h>
-
 #include <vector>
 
 #include "platform/wide-windows.h"

@@ -42,6 +42,10 @@ class LinuxProcess : public Process {
 
   std::uint32_t Id() override { return static_cast<std::uint32_t>(::getpid()); }
 
+  std::vector<std::string> Arguments(int argc, const char* const* argv) override {
+    return argc > 0 ? std::vector<std::string>(argv + 1, argv + argc) : std::vector<std::string>();
+  }
+
   Status DecodeArgument(const char* word, ustring& text) override {
     text.clear();
     if (word == nullptr || *word == '\0' || CountUnits(word) > kLongestArgument) {

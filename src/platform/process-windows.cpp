@@ -48,6 +48,17 @@ class WindowsProcess : public Process {
 
   std::uint32_t Id() override { return ::GetCurrentProcessId(); }
 
+  // The words that main() gets lack what the code page does not have.
+  std::vector<std::string> Arguments(int, const char* const*) override {
+    std::vector<std::string> words;
+    int count = 0;
+    wchar_t** const wide = ::CommandLineToArgvW(::GetCommandLineW(), &count);
+    if (wide == nullptr) return words;
+    for (int i = 1; i < count; ++i) words.push_back(FromWide(wide[i]).str());
+    ::LocalFree(wide);
+    return words;
+  }
+
   Status DecodeArgument(const char* word, ustring& text) override {
     text.clear();
     std::u16string wide;
@@ -83,8 +94,11 @@ class WindowsProcess : public Process {
   }
 
   bool IsTerminal(int stream) override {
+    const HANDLE handle = ::GetStdHandle(StreamOf(stream));
     DWORD mode = 0;
-    return ::GetConsoleMode(::GetStdHandle(StreamOf(stream)), &mode) != FALSE;
+    if (::GetConsoleMode(handle, &mode) == FALSE) return false;
+    return stream == 0 ||
+           ::SetConsoleMode(handle, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != FALSE;
   }
 
   bool TerminalSize(int& columns, int& rows) override {

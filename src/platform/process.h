@@ -29,6 +29,8 @@ class Process {
   // Takes the user's locale for the whole process.
   virtual void SetUserLocale() = 0;
   virtual std::uint32_t Id() = 0;
+  // The words of the command line behind the program's name, in UTF-8. Takes those of main().
+  virtual std::vector<std::string> Arguments(int argc, const char* const* argv) = 0;
   // A command-line word from the system code page. Fails for an empty or unconvertible word, or
   // one of more than 8,191 characters.
   virtual Status DecodeArgument(const char* word, ustring& text) = 0;
@@ -37,7 +39,8 @@ class Process {
   virtual ustring Environment(const char* name) = 0;
   virtual Status ExecutablePath(ustring& path) = 0;
   virtual Status CurrentDirectory(ustring& path) = 0;
-  virtual bool IsTerminal(int stream) = 0;  // 0 input, 1 output, 2 error
+  // 0 input, 1 output, 2 error; an output that is one takes the usual escape sequences.
+  virtual bool IsTerminal(int stream) = 0;
   // Columns and rows of the terminal on standard output; false when it is none.
   virtual bool TerminalSize(int& columns, int& rows) = 0;
 

@@ -1,9 +1,3 @@
-#include "platform/sockets.h"
-
-// mswsock.h and ws2tcpip.h need winsock2.h.
-#include <mswsock.h>
-#include <ws2tcpip.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +5,7 @@
 #include <memory>
 
 #include "platform/service-slot.h"
+#include "platform/sockets.h"
 #include "platform/wide-windows.h"
 
 namespace tolven::platform {

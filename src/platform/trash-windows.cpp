@@ -1,11 +1,6 @@
-#include "platform/trash.h"
-
-// shellapi.h needs windows.h, and that after winsock2.h.
-#include <objbase.h>
-#include <shellapi.h>
-
 #include "platform/long-path.h"
 #include "platform/service-slot.h"
+#include "platform/trash.h"
 #include "platform/wide-windows.h"
 
 namespace tolven::platform {

@@ -1,8 +1,5 @@
 #include "platform/volume-monitor-windows.h"
 
-// dbt.h needs windows.h, and that after winsock2.h.
-#include <dbt.h>
-
 #include "platform/mutex.h"
 #include "platform/volume-mask.h"
 #include "platform/wide-windows.h"

@@ -1,9 +1,6 @@
 // Processes, identity, volumes and trash of Windows.
 #include <gmock/gmock.h>
 
-// dbt.h needs windows.h, and that after winsock2.h.
-#include <dbt.h>
-
 #include <filesystem>
 #include <future>
 #include <thread>

@@ -80,7 +80,7 @@ ustring GenerateNewFileName(const ustring& path, const ustring& computer_name, c
   std::string front(split.dir);
   front.append(split.stem).append(suffix);
   ustring candidate(front + std::string(split.extension));
-  for (int i = 1; i <= kTries && IsFileExist(candidate, true); ++i) {
+  for (int i = 1; i <= kTries && IsFileExist(candidate, false); ++i) {
     candidate = ustring(front + "_" + std::to_string(i) + std::string(split.extension));
   }
   return candidate;
@@ -130,7 +130,7 @@ int WhiteSpaceConflictRename(const ustring& path, const ustring& computer_name,
   if (base.empty()) return ConflictRename(path, computer_name, tag);
 
   ustring to = ustring(path.view().substr(0, name)) + base;
-  if (IsFileExist(to, true)) to = GenerateNewFileName(to, computer_name, kWhiteSpaceTag);
+  if (IsFileExist(to, false)) to = GenerateNewFileName(to, computer_name, kWhiteSpaceTag);
   const int code = RenameAside(path, to);
   if (code != 0 || tag == kWhiteSpaceTag) return code;
   return RenameAside(to, GenerateNewFileName(to, computer_name, tag));

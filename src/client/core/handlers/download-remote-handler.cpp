@@ -11,6 +11,7 @@
 #include "client/core/helpers/file-helper.h"
 #include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
+#include "client/event-manager.h"
 #include "client/file-event-db.h"
 #include "lib/black-list2.h"
 #include "lib/profile-set.h"
@@ -49,6 +50,7 @@ int DownloadRemoteHandler::Apply() {
     HANDLER_DEBUG("Commit server root folder event and abort.");
     return 0;
   }
+  if (const int taken = CheckSpelling(); taken != 0) return taken;
   File local(context.GetFullPath(), true);
   if (!local.IsKnown() || !local.CanRead()) {
     HANDLER_ERROR("Worker (%d): Unable to handle locked/no permission file '%s'.", GetWorkerId(),
@@ -217,6 +219,23 @@ int DownloadRemoteHandler::HandleDownloadRootFolder() {
                GetContext().GetEntry().sess_id);
   if (GetContext().GetEvent().isServerEvent() && CommitRootFolder() < 0) return -1;
   return 1;
+}
+
+// An object whose name differs from one that is here in case alone has no place of its own. When
+// the other one is about to go, it is waited for.
+int DownloadRemoteHandler::CheckSpelling() {
+  const EventContext& context = GetContext();
+  ustring taken;
+  if (!HandlerHelper::HasOtherSpelling(context, taken)) return 0;
+  const std::uint64_t session = context.GetEntry().sess_id;
+  EventManager& manager = EventManager::getInstance();
+  if (manager.IsServerRemovalPending(session, taken) ||
+      manager.IsServerEventPendingBelow(session, taken)) {
+    return ReturnEvent();
+  }
+  HANDLER_ERROR("Worker (%d): '%s' and '%s' differ only in case.", GetWorkerId(), context.GetPath(),
+                taken);
+  return kNameNotSupported;
 }
 
 // The event is kept for a time when the path can be held, and counts as finished.

@@ -56,6 +56,7 @@ class DownloadRemoteHandler : public EventHandler {
   bool IsFakeDownloadRemoteEvent(const Event& event, const File& local_file,
                                  const DBFileInfo& db_info);
   int ParkUnsupportedName();
+  int CheckSpelling();
   int ReturnEvent();
 
   // download-access.cpp: rights

@@ -6,6 +6,8 @@
 #include "lib/error-table.h"
 #include "lib/proto-common.h"
 #include "lib/proto-constants.h"
+#include "platform/files.h"
+#include "platform/paths.h"
 
 namespace tolven {
 
@@ -102,6 +104,21 @@ ustring HandlerHelper::RemotePath(const EventContext& context) {
 bool HandlerHelper::IsRootProved(const EventContext& context) {
   const shared_pointer<RootProof>& proof = context.GetEntry().root_proof;
   return proof == nullptr || proof->IsProved();
+}
+
+bool HandlerHelper::HasOtherSpelling(const EventContext& context, ustring& spelled) {
+  if (!platform::NamesIgnoreCase()) return false;
+  spelled.clear();
+  PathWalker walker(context.GetPath().view());
+  for (std::string_view name = walker.Next(); !name.empty(); name = walker.Next()) {
+    ustring on_disk;
+    const ustring place = JoinPath(context.GetLocalWatch(), (spelled + "/" + ustring(name)).view());
+    if (!platform::files().NameOnDisk(place, on_disk).ok()) return false;
+    spelled += "/";
+    spelled += on_disk;
+    if (on_disk.view() != name) return true;
+  }
+  return false;
 }
 
 }  // namespace tolven

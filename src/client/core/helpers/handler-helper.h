@@ -29,6 +29,9 @@ struct HandlerHelper {
   // Whether the session's folder is the one that it was; only then an absence in it says anything,
   // and only then it is written to.
   static bool IsRootProved(const EventContext& context);
+  // Whether the disk has the event's object, or a folder above it, in another spelling, which the
+  // file system takes for the same name. `spelled` is the event path that is there.
+  static bool HasOtherSpelling(const EventContext& context, ustring& spelled);
 };
 
 }  // namespace tolven
