@@ -14,7 +14,7 @@ namespace tolven {
 
 namespace {
 
-constexpr int kSourceTries = 25;
+constexpr int kSourceTries = 100;
 constexpr std::chrono::milliseconds kSourcePause(20);
 
 }  // namespace
