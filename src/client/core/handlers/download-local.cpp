@@ -14,7 +14,7 @@ namespace tolven {
 
 namespace {
 
-constexpr int kSourceTries = 25;
+constexpr int kSourceTries = 100;
 constexpr std::chrono::milliseconds kSourcePause(20);
 
 }  // namespace
@@ -144,10 +144,18 @@ ustring DownloadRemoteHandler::WaitForLocalSource() {
 }
 
 int DownloadRemoteHandler::PrepareFilePartFromLocal(PObject& response) {
+  ustring source = WaitForLocalSource();
+  if (source.empty()) return 0;
+  const int code = CopyLocalSource(source, response);
+  if (code >= 0 || GetAbortFlag()->load() != 0 || File(source, true).Exists()) return code;
+  // It was moved just before it was opened.
+  source = WaitForLocalSource();
+  return source.empty() ? 0 : CopyLocalSource(source, response);
+}
+
+int DownloadRemoteHandler::CopyLocalSource(const ustring& source, PObject& response) {
   const EventContext& context = GetContext();
   const Event& event = context.GetEvent();
-  const ustring source = WaitForLocalSource();
-  if (source.empty()) return 0;
   TempFile copy(context.GetWorkingDirectory());
   if (copy.create() != 0) {
     HANDLER_ERROR("PreparFileFromLocal: Failed to create temp file.");

@@ -100,6 +100,7 @@ class DownloadRemoteHandler : public EventHandler {
   void PrepareMtimePart(const File& local_file, const DBFileInfo& db_info, PObject& response) const;
   int PrepareDownloadResponseFromLocal(PObject& response);
   int PrepareFilePartFromLocal(PObject& response);
+  int CopyLocalSource(const ustring& source, PObject& response);
   ustring FindInRecycleBin();
   ustring FindLocalSource(bool& is_missing);
   ustring WaitForLocalSource();
