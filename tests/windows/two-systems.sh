@@ -66,9 +66,9 @@ start() {
   until grep -q 'listening on 127.0.0.1:' "$work/server.out"; do sleep 0.1; done
   local port
   port=$(sed -n 's/.*listening on 127.0.0.1:\([0-9]*\).*/\1/p' "$work/server.out")
-  ctl up "$a" --server "127.0.0.1:$port" --token "$token" >"$work/linux.out" 2>&1 </dev/null &
+  ctl up "$a" --server "127.0.0.1:$port" --token "$token" --view 1 >"$work/linux.out" 2>&1 </dev/null &
   /usr/lib/wine/wine64 "$windows/ctl/tolvenctl.exe" up C:/sync --server "127.0.0.1:$port" \
-    --token "$token" >"$work/windows.out" 2>&1 </dev/null &
+    --token "$token" --view 1 >"$work/windows.out" 2>&1 </dev/null &
 }
 
 mkdir -p "$a/before/deep" "$b/other"
