@@ -32,7 +32,7 @@ trap end EXIT
 # Names, with the hash of each file. What lies in the folders that $1 names is left out.
 tree() {
   (cd "$1" && find . -mindepth 1 \( -name .ZentrovaWorkingDirectory -o -path ./only-linux \) -prune -o \
-    -type d -print -o -type f -exec sha256sum {} + | sort)
+    -type d -print -o -type f -exec sha256sum {} + 2>/dev/null | sort)
 }
 is_same() { diff <(tree "$a") <(tree "$b") >"$work/difference" 2>&1; }
 
