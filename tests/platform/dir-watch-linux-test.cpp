@@ -1,6 +1,4 @@
 // Watching a tree, on the real system.
-#include "platform/dir-watch.h"
-
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/wait.h>
@@ -13,6 +11,7 @@
 #include <set>
 #include <thread>
 
+#include "platform/dir-watch.h"
 #include "platform/forwarding-dir-watch.h"
 #include "platform/modify-throttle-linux.h"
 #include "support/temp-folder.h"

@@ -32,7 +32,7 @@ trap end EXIT
 # Names, with the hash of each file. What lies in the folders that $1 names is left out.
 tree() {
   (cd "$1" && find . -mindepth 1 \( -name .ZentrovaWorkingDirectory -o -path ./only-linux \) -prune -o \
-    -type d -print -o -type f -exec sha256sum {} + | sort)
+    -type d -print -o -type f -exec sha256sum {} + 2>/dev/null | sort)
 }
 is_same() { diff <(tree "$a") <(tree "$b") >"$work/difference" 2>&1; }
 
@@ -66,9 +66,9 @@ start() {
   until grep -q 'listening on 127.0.0.1:' "$work/server.out"; do sleep 0.1; done
   local port
   port=$(sed -n 's/.*listening on 127.0.0.1:\([0-9]*\).*/\1/p' "$work/server.out")
-  ctl up "$a" --server "127.0.0.1:$port" --token "$token" >"$work/linux.out" 2>&1 </dev/null &
+  ctl up "$a" --server "127.0.0.1:$port" --token "$token" --view 1 >"$work/linux.out" 2>&1 </dev/null &
   /usr/lib/wine/wine64 "$windows/ctl/tolvenctl.exe" up C:/sync --server "127.0.0.1:$port" \
-    --token "$token" >"$work/windows.out" 2>&1 </dev/null &
+    --token "$token" --view 1 >"$work/windows.out" 2>&1 </dev/null &
 }
 
 mkdir -p "$a/before/deep" "$b/other"
