@@ -130,7 +130,7 @@ TEST(HttpBodyTest, IsThrownAwayAndNothingBehindIt) {
     EXPECT_EQ(ZENTProxyClientClearHttpContentByLength(talk.socket, c.length, 10), 0);
     EXPECT_EQ(talk.Rest(), c.rest);
   }
-  for (const std::uint64_t length : {0, 100}) {
+  for (const std::uint64_t length : {0U, 100U}) {
     Talk talk("page");
     talk.HangUp();
     EXPECT_EQ(ZENTProxyClientClearHttpContentByLength(talk.socket, length, 10), 0);

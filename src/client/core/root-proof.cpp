@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "client/core/rescan-requests.h"
 #include "client/core/session-layout.h"
 #include "client/event-path.h"
 #include "client/file-event-db.h"
@@ -98,6 +99,8 @@ bool RootProof::LooksProved() {
 bool RootProof::IsProved() {
   const MutexLock lock(mutex_);
   if (Look()) {
+    // What was told of the folder meanwhile found nothing to look at.
+    if (reported_) RescanRequests::getInstance().Add(sess_id_);
     reported_ = false;
     return true;
   }

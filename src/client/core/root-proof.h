@@ -24,7 +24,8 @@ class RootProof {
   // `id` is what the file in the working directory has to hold.
   RootProof(std::uint64_t conn_id, std::uint64_t sess_id, ustring local_path, ustring id);
 
-  // Looks at the folder. When the proof fails, the UI is told -29, once until it holds again.
+  // Looks at the folder. When the proof fails, the UI is told -29, once until it holds again; then
+  // a rescan is asked for.
   bool IsProved() EXCLUDES(mutex_);
   // The same without telling anybody.
   bool LooksProved() EXCLUDES(mutex_);

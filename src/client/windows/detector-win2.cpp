@@ -211,11 +211,18 @@ void Detector::ReadFromBuffer() {
 }
 
 void Detector::Translate(std::uint64_t sess_id, session_info& info) {
+  bool is_all_known = true;
   for (const platform::WatchRecord& record : info.read_buffer) {
     Event event;
-    if (translator_.Translate(event, sess_id, info.path, record) == 0) PushEvent(event);
+    if (translator_.Translate(event, sess_id, info.path, record) == 0) {
+      PushEvent(event);
+    } else {
+      is_all_known = false;
+    }
   }
   info.read_buffer.clear();
+  // What could not be looked at because the folder is away is found by the rescan after its return.
+  if (!is_all_known) (void)IsRootProved(sess_id, info.path);
 }
 
 void Detector::PushEvent(const Event& event) {
@@ -249,7 +256,11 @@ void Detector::CheckRoots() {
 // Without the lock: a volume that is about to go may let a look wait.
 void Detector::CheckRoot(std::uint64_t sess_id, const session_info& seen) {
   Folder now;
-  if (!FindFolder(seen.path, now) || (seen.root.has_value() && now == seen.root)) return;
+  if (!FindFolder(seen.path, now)) return;
+  if (seen.root.has_value() && now == seen.root) {
+    (void)IsRootProved(sess_id, seen.path);  // which may have failed meanwhile
+    return;
+  }
   {
     const MutexLock hold(lock);
     const auto found = index.find(sess_id);
