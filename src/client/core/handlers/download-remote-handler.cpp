@@ -6,15 +6,12 @@
 #include "client/core/callbacks/create-event-callback.h"
 #include "client/core/callbacks/unsupported-name-callback.h"
 #include "client/core/event-generator.h"
-#include "client/core/handlers/filter-type.h"
+#include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
-#include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
-#include "lib/black-list2.h"
-#include "lib/profile-set.h"
 
 namespace tolven {
 
@@ -38,8 +35,8 @@ int DownloadRemoteHandler::Handle() {
 int DownloadRemoteHandler::Apply() {
   EventContext& context = GetContext();
   SetAbortable(true);
-  int filter_type = 0;
-  if (TestDownloadRemoteFilter(filter_type) != 1) return HandleFilteredEvent(filter_type);
+  const int filter_type = TestDownloadRemoteFilter();
+  if (filter_type != 0) return HandleFilteredEvent(filter_type);
   if (const int refused = CheckPermission(); refused != 0) return refused;
   const int root = HandleDownloadRootFolder();
   if (root < 0) {
@@ -85,54 +82,23 @@ int DownloadRemoteHandler::Apply() {
   return 0;
 }
 
-int DownloadRemoteHandler::TestDownloadRemoteFilter(int& filter_type) {
+int DownloadRemoteHandler::TestDownloadRemoteFilter() {
   const EventContext& context = GetContext();
   const Event& event = context.GetEvent();
-  filter_type = FilterHelper::TestSystemFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", event.m_path, filter_type);
-    SetSystemFilterType(filter_type);
-    return 0;
-  }
-  filter_type = FilterHelper::TestCommonFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", event.m_path, filter_type);
-    return 0;
-  }
-  if (event.isDir()) return 1;
-  filter_type = BlackList2::getInstance().TestFileSize(event.m_data_size);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", event.m_path, filter_type);
-    SetSystemFilterType(filter_type);
-    return 0;
-  }
-  filter_type = context.GetBlackList().TestFileSize(event.m_data_size);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", event.m_path, filter_type);
-    return 0;
-  }
-  filter_type = context.ServerBlackLists().TestFileSize(event.m_data_size);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event(server profile): '%s'. (blocked: %d)", event.m_path, filter_type);
-    return 0;
-  }
-  if (event.m_data_size > kLargestFatFile && context.GetEntry().isMSDOS) {
-    HANDLER_DEBUG("Filtered Event: '%s'. (file system is not support large file)", event.m_path);
-    filter_type = kTooLargeForFat;
-    SetSystemFilterType(filter_type);
-    return 0;
-  }
-  return 1;
+  const FilterGate gate(context, Source());
+  int filter_type = gate.TestPath();
+  if (filter_type != 0 || event.isDir()) return filter_type;
+  filter_type = gate.TestSize(event.m_data_size);
+  if (filter_type != 0) return filter_type;
+  if (event.m_data_size <= kLargestFatFile || !context.GetEntry().isMSDOS) return 0;
+  HANDLER_DEBUG("Filtered Event: '%s'. (file system is not support large file)", event.m_path);
+  return FilterGate::BlockBySystem(kTooLargeForFat);
 }
 
 int DownloadRemoteHandler::HandleFilteredEvent(int filter_type) {
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
-  if (IsSystemFilterType(filter_type)) return 0;
-  if (!FileEventDB::IsValidFilterType(filter_type)) {
-    HANDLER_DEBUG("filter type %d is not accepted", filter_type);
-    return 0;
-  }
+  if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;
   const FilteredEvent filtered =
       FileEventDB::ToFilteredEvent(context.GetEvent(), FilteredEvent::FILTERED_SELECTIVE_SYNC);
   if (context.GetEventDatabaseSafe().setServerFilteredEvent(filtered) < 0) {

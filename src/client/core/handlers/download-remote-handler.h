@@ -48,7 +48,7 @@ class DownloadRemoteHandler : public EventHandler {
 
   // download-remote-handler.cpp: whether there is anything to do
   int Apply();
-  int TestDownloadRemoteFilter(int& filter_type);
+  int TestDownloadRemoteFilter();
   int HandleFilteredEvent(int filter_type);
   int OnRemovedSince();
   int ForgetVanished(DBFileInfo& db_info);

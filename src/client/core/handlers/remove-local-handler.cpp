@@ -5,10 +5,9 @@
 
 #include "client/core/callbacks/create-event-callback.h"
 #include "client/core/conflict-rename.h"
-#include "client/core/handlers/filter-type.h"
+#include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
-#include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
@@ -33,8 +32,8 @@ int RemoveLocalHandler::Handle() {
   EventContext& context = GetContext();
   File local(context.GetFullPath(), true);
   SetAbortable(true);
-  int filter_type = 0;
-  if (!IsRemoveLocalFilterPassed(filter_type)) return HandleFilteredEvent(filter_type);
+  const int filter_type = FilterGate(context, Source()).TestPath();
+  if (filter_type != 0) return HandleFilteredEvent(filter_type);
   int result = 0;
   if (IsFakeRemoveLocalEvent(local, result)) return result;
   if (!local.CanWrite()) {
@@ -60,28 +59,10 @@ int RemoveLocalHandler::Handle() {
   return 0;
 }
 
-bool RemoveLocalHandler::IsRemoveLocalFilterPassed(int& filter_type) {
-  const EventContext& context = GetContext();
-  filter_type = FilterHelper::TestSystemFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", context.GetPath(), filter_type);
-    SetSystemFilterType(filter_type);
-    return false;
-  }
-  filter_type = FilterHelper::TestCommonFilter(context);
-  if (filter_type == 0) return true;
-  HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", context.GetPath(), filter_type);
-  return false;
-}
-
 int RemoveLocalHandler::HandleFilteredEvent(int filter_type) {
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
-  if (IsSystemFilterType(filter_type)) return 0;
-  if (!FileEventDB::IsValidFilterType(filter_type)) {
-    HANDLER_DEBUG("filter type %d is not accepted", filter_type);
-    return 0;
-  }
+  if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;
   // What an upload told whose file was gone is nothing of the server's, whose own event may be
   // parked.
   Event event = context.GetEvent();

@@ -15,7 +15,6 @@ class RemoveLocalHandler : public EventHandler {
   bool FilterEvent() override;
 
  private:
-  bool IsRemoveLocalFilterPassed(int& filter_type);
   int HandleFilteredEvent(int filter_type);
   bool IsFakeRemoveLocalEvent(const File& local_file, int& result);
   int OnMissing();

@@ -6,15 +6,12 @@
 #include <vector>
 
 #include "client/core/callbacks/create-event-callback.h"
-#include "client/core/handlers/filter-type.h"
+#include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
-#include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/core/protocol-client.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
-#include "lib/black-list2.h"
-#include "lib/profile-set.h"
 #include "lib/proto-constants.h"
 
 namespace tolven {
@@ -52,8 +49,8 @@ int RemoveRemoteHandler::Apply() {
   EventContext& context = GetContext();
   const File local(context.GetFullPath(), true);
   SetAbortable(true);
-  int filter_type = 0;
-  if (!IsRemoveRemoteFilterPassed(filter_type)) return HandleFilteredEvent(filter_type);
+  const int filter_type = TestRemoveRemoteFilter();
+  if (filter_type != 0) return HandleFilteredEvent(filter_type);
   const Registry::Entry& entry = context.GetEntry();
   if (entry.read_only && context.GetEvent().isLocalEvent()) {
     HANDLER_INFO(
@@ -99,48 +96,18 @@ int RemoveRemoteHandler::Apply() {
   return 0;
 }
 
-bool RemoveRemoteHandler::IsRemoveRemoteFilterPassed(int& filter_type) {
+int RemoveRemoteHandler::TestRemoveRemoteFilter() {
   const EventContext& context = GetContext();
-  const ustring& path = context.GetPath();
-  filter_type = FilterHelper::TestSystemFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
-    SetSystemFilterType(filter_type);
-    return false;
-  }
-  filter_type = FilterHelper::TestCommonFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
-    return false;
-  }
-  if (context.GetEvent().isDir()) return true;
-  const std::uint64_t size = context.GetDatabaseInfo().fileSize;
-  filter_type = BlackList2::getInstance().TestFileSize(size);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
-    SetSystemFilterType(filter_type);
-    return false;
-  }
-  filter_type = context.GetBlackList().TestFileSize(size);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
-    return false;
-  }
-  filter_type = context.ServerBlackLists().TestFileSize(size);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event(server profile): '%s'. (blocked: %d)", path, filter_type);
-  }
-  return filter_type == 0;
+  const FilterGate gate(context, Source());
+  const int filter_type = gate.TestPath();
+  if (filter_type != 0 || context.GetEvent().isDir()) return filter_type;
+  return gate.TestSize(context.GetDatabaseInfo().fileSize);
 }
 
 int RemoveRemoteHandler::HandleFilteredEvent(int filter_type) {
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
-  if (IsSystemFilterType(filter_type)) return 0;
-  if (!FileEventDB::IsValidFilterType(filter_type)) {
-    HANDLER_DEBUG("filter type %d is not accepted", filter_type);
-    return 0;
-  }
+  if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;
   const FilteredEvent filtered =
       FileEventDB::ToFilteredEvent(context.GetEvent(), FilteredEvent::FILTERED_SELECTIVE_SYNC);
   if (context.GetEventDatabaseSafe().setLocalFilteredEvent(filtered) < 0) {

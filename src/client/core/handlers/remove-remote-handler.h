@@ -18,7 +18,7 @@ class RemoveRemoteHandler : public EventHandler {
 
  private:
   int Apply();
-  bool IsRemoveRemoteFilterPassed(int& filter_type);
+  int TestRemoveRemoteFilter();
   int HandleFilteredEvent(int filter_type);
   bool IsFakeRemoveRemoteEvent();
   bool IsEventTypeMatched(const File& local_file);

@@ -6,15 +6,12 @@
 #include "client/core/callbacks/create-event-callback.h"
 #include "client/core/conflict-rename.h"
 #include "client/core/event-generator.h"
-#include "client/core/handlers/filter-type.h"
+#include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
-#include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
-#include "lib/black-list2.h"
-#include "lib/profile-set.h"
 
 namespace tolven {
 
@@ -42,8 +39,8 @@ int UploadLocalHandler::Apply() {
   const File local(context.GetFullPath(), true);
   SetAbortable(true);
   if (!IsEventTypeMatched(local)) return local.Exists() ? 0 : OnVanished();
-  int filter_type = 0;
-  if (!IsUploadLocalFilterPassed(local, filter_type)) return HandleFilteredEvent(filter_type);
+  const int filter_type = TestUploadLocalFilter(local);
+  if (filter_type != 0) return HandleFilteredEvent(filter_type);
   const Registry::Entry& entry = context.GetEntry();
   if (entry.read_only && context.GetEvent().isLocalEvent()) {
     HANDLER_INFO(
@@ -92,48 +89,18 @@ int UploadLocalHandler::OnVanished() {
   return 0;
 }
 
-bool UploadLocalHandler::IsUploadLocalFilterPassed(const File& local_file, int& filter_type) {
-  const EventContext& context = GetContext();
-  const ustring& path = context.GetPath();
-  filter_type = FilterHelper::TestSystemFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
-    SetSystemFilterType(filter_type);
-    return false;
-  }
-  filter_type = FilterHelper::TestCommonFilter(context);
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
-    return false;
-  }
+int UploadLocalHandler::TestUploadLocalFilter(const File& local_file) {
+  const FilterGate gate(GetContext(), Source());
+  const int filter_type = gate.TestPath();
   // By what is there now, whatever the event was about.
-  if (local_file.IsDirectory()) return true;
-  filter_type = BlackList2::getInstance().TestFileSize(local_file.GetSize());
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
-    SetSystemFilterType(filter_type);
-    return false;
-  }
-  filter_type = context.GetBlackList().TestFileSize(local_file.GetSize());
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event (session): '%s'. (blocked: %d).", path, filter_type);
-    return false;
-  }
-  filter_type = context.ServerBlackLists().TestFileSize(local_file.GetSize());
-  if (filter_type != 0) {
-    HANDLER_DEBUG("Filtered Event(server profile): '%s'. (blocked: %d)", path, filter_type);
-  }
-  return filter_type == 0;
+  if (filter_type != 0 || local_file.IsDirectory()) return filter_type;
+  return gate.TestSize(local_file.GetSize());
 }
 
 int UploadLocalHandler::HandleFilteredEvent(int filter_type) {
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
-  if (IsSystemFilterType(filter_type)) return 0;
-  if (!FileEventDB::IsValidFilterType(filter_type)) {
-    HANDLER_DEBUG("filter type %d is not accepted", filter_type);
-    return 0;
-  }
+  if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;
   const FilteredEvent filtered =
       FileEventDB::ToFilteredEvent(context.GetEvent(), FilteredEvent::FILTERED_SELECTIVE_SYNC);
   if (context.GetEventDatabaseSafe().setLocalFilteredEvent(filtered) < 0) {

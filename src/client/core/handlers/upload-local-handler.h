@@ -26,7 +26,8 @@ class UploadLocalHandler : public EventHandler {
   int Apply();
   bool IsEventTypeMatched(const File& local_file);
   int OnVanished();
-  bool IsUploadLocalFilterPassed(const File& local_file, int& filter_type);
+  // What holds it back, 0 when nothing does.
+  int TestUploadLocalFilter(const File& local_file);
   int HandleFilteredEvent(int filter_type);
   int CheckAndHandleBaseNameConflict();
   void CheckAndHandleFileRemovedDuringUpload(const File& local_file);
