@@ -5,6 +5,7 @@
 #include "client/core/file.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/handler-helper.h"
+#include "client/core/rescan-requests.h"
 #include "client/event-manager.h"
 
 namespace tolven {
@@ -51,10 +52,13 @@ void CreateDirSelfEventCallback::CreateDirSelfEvent(const EventContext& context)
     return;
   }
   if (!folder.IsDirectory() &&
-      (manager.IsServerEventPendingBelow(current.m_sess_id, current.m_path) ||
-       !HandlerHelper::IsRootProved(context))) {
+      manager.IsServerEventPendingBelow(current.m_sess_id, current.m_path)) {
+    // They may bring the folder back. If they do not (the last was being put in place when the
+    // folder went), a rescan tells the server of its end.
+    RescanRequests::getInstance().Add(current.m_sess_id);
     return;
   }
+  if (!folder.IsDirectory() && !HandlerHelper::IsRootProved(context)) return;
   Event event;
   event.m_sess_id = current.m_sess_id;
   event.m_path = current.m_path;
