@@ -20,6 +20,10 @@ using event_db::Sql;
 
 namespace {
 
+// In front of a path in the configuration, and where the path begins.
+constexpr char kUncertain[] = "uncertain:";
+constexpr int kAfterUncertain = sizeof(kUncertain);
+
 ustring FolderOf(const ustring& path) {
   std::string_view text = path.view();
   while (!text.empty() && !platform::IsPathSeparator(text.back())) text.remove_suffix(1);
@@ -197,6 +201,28 @@ int FileEventDB::addConfigStr(const ustring& key, const ustring& value) {
 
 int FileEventDB::rmConfigStr(const ustring& key) {
   return Run(__LINE__, Sql("DELETE FROM config_table WHERE key = %Q;", key.c_str_utf8()));
+}
+
+int FileEventDB::addUncertain(const ustring& path) {
+  return addConfigStr(ustring(kUncertain + path.str()), "");
+}
+
+int FileEventDB::rmUncertain(const ustring& path) {
+  return rmConfigStr(ustring(kUncertain + path.str()));
+}
+
+int FileEventDB::getUncertain(std::vector<ustring>& paths) {
+  const MutexLock hold(m_dbMutex);
+  const int forgotten = m_db.Execute(
+      __LINE__, Sql("DELETE FROM config_table WHERE key GLOB '%q*' AND substr(key, %d) NOT IN "
+                    "(SELECT path FROM event_table WHERE isExist = 1);",
+                    kUncertain, kAfterUncertain));
+  if (forgotten != 0) return -1;
+  const int rows = m_db.Query(__LINE__,
+                              Sql("SELECT substr(key, %d) FROM config_table WHERE key GLOB '%q*';",
+                                  kAfterUncertain, kUncertain),
+                              [&paths](sqlite3_stmt* row) { paths.emplace_back(ColumnText(row, 0)); });
+  return rows < 0 ? -1 : 0;
 }
 
 }  // namespace tolven

@@ -77,6 +77,12 @@ class FileEventDB {
   int addConfigStr(const ustring& key, const ustring& value);
   int rmConfigStr(const ustring& key);
 
+  // --- files whose size and time do not tell whether they are what their rows say ---
+  int addUncertain(const ustring& path);
+  int rmUncertain(const ustring& path);
+  // Those that still have a row; the others are forgotten.
+  int getUncertain(std::vector<ustring>& paths);
+
   // --- single entries ---
   // The local view alone; `signaturePath` becomes the row's place in the store, whether or not a
   // signature is there. An empty path is an error.

@@ -33,28 +33,6 @@ std::string Md4(const std::string& path) {
   return reader.readFile() == 0 ? hash.str() : "unreadable";
 }
 
-Listing ReadFolder(const std::string& root) {
-  Listing listing;
-  std::error_code error;
-  for (fs::recursive_directory_iterator at(root, error), end; !error && at != end;
-       at.increment(error)) {
-    const std::string path = at->path().string();
-    if (at->path().filename() == kOwnFolder) {
-      at.disable_recursion_pending();
-      continue;
-    }
-    platform::NodeInfo info;
-    if (!platform::files().Stat(ustring(path), info).ok()) continue;
-    Seen& seen = listing[path.substr(root.size())];
-    seen.is_dir = info.kind == platform::NodeKind::kDirectory;
-    if (seen.is_dir) continue;
-    seen.size = info.size;
-    seen.mtime = info.mtime_ns / 1'000'000'000;
-    seen.md4 = Md4(path);
-  }
-  return listing;
-}
-
 Listing ReadRows(const ClientProcess& client) {
   Listing listing;
   client.Query(
@@ -103,6 +81,35 @@ bool IsSignature(const std::string& name) {
 
 }  // namespace
 
+Listing Oracle::Folder(const std::string& root) {
+  Listing listing;
+  std::error_code error;
+  for (fs::recursive_directory_iterator at(root, error), end; !error && at != end;
+       at.increment(error)) {
+    const std::string path = at->path().string();
+    if (at->path().filename() == kOwnFolder) {
+      at.disable_recursion_pending();
+      continue;
+    }
+    platform::NodeInfo info;
+    if (!platform::files().Stat(ustring(path), info).ok()) continue;
+    Seen& seen = listing[path.substr(root.size())];
+    seen.is_dir = info.kind == platform::NodeKind::kDirectory;
+    if (seen.is_dir) continue;
+    seen.size = info.size;
+    seen.mtime = info.mtime_ns / 1'000'000'000;
+    seen.md4 = Md4(path);
+  }
+  return listing;
+}
+
+std::vector<std::string> Oracle::Changes(const Listing& before, const Listing& after,
+                                         const std::string& what) {
+  std::vector<std::string> changes;
+  Compare(before, after, what, changes);
+  return changes;
+}
+
 Listing Oracle::View() const {
   Listing listing;
   sqlite3* db = nullptr;
@@ -130,7 +137,7 @@ std::vector<std::string> Oracle::Differences(const ClientProcess& client,
                                              const std::string& name) const {
   std::vector<std::string> differences;
   const Listing view = View();
-  Compare(ReadFolder(client.root()), view, name + ", folder / view:", differences);
+  Compare(Folder(client.root()), view, name + ", folder / view:", differences);
   Compare(ReadRows(client), view, name + ", rows / view:", differences);
   for (const char* table : {"server_filter_table", "local_filter_table"}) {
     client.Query(std::string("SELECT path FROM ") + table + ";", [&](sqlite3_stmt* row) {

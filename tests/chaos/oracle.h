@@ -27,6 +27,10 @@ class Oracle {
  public:
   explicit Oracle(const ServerProcess& server) : server_(server) {}
 
+  static Listing Folder(const std::string& root);
+  // Where two states of a folder differ.
+  static std::vector<std::string> Changes(const Listing& before, const Listing& after,
+                                          const std::string& what);
   // Where folder, rows and view differ; empty when they agree. Never writes anything.
   std::vector<std::string> Differences(const ClientProcess& client, const std::string& name) const;
   // What is left of transfers that are over; in the root only when it `was_there` all the time.

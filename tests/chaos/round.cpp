@@ -75,24 +75,36 @@ bool Round::Run(std::size_t operations, std::size_t phases) {
   const std::vector<Operation> plan = MakePlan(seed_, operations);
   for (std::size_t phase = 0; phase < phases && problems_.empty(); ++phase) {
     const std::size_t end = plan.size() * (phase + 1) / phases;
+    alone_ = phase % 2 == 0 ? nullptr : &sides_.at((seed_ + phase / 2) % sides_.size());
+    if (alone_ != nullptr) {
+      Note("only " + alone_->name + " is at work");
+      left_ = Oracle::Folder(alone_->root);
+    }
     for (std::size_t i = plan.size() * phase / phases; i < end && problems_.empty(); ++i) {
       Do(plan[i]);
     }
     MendAll();
     Settle();
+    LookForMeddling();
     Judge();
   }
   figures_.contents = ledger_.written();
   return problems_.empty();
 }
 
-void Round::Do(const Operation& operation) {
-  ++figures_.operations;
+void Round::Do(Operation operation) {
   const bool is_users = operation.action < Action::kPause;
+  if (alone_ != nullptr) {
+    if (MayBringBack(operation)) return;
+    if (is_users) operation.side = static_cast<int>(alone_ - sides_.data());
+    LookForMeddling();
+  }
+  ++figures_.operations;
   Note(ToText(operation) + (is_users ? "" : " ..."));
   std::string outcome;
   if (is_users) {
     outcome = sides_.at(static_cast<std::size_t>(operation.side)).user->Do(operation);
+    if (alone_ != nullptr) left_ = Oracle::Folder(alone_->user->root());
   } else {
     ++figures_.faults;
     outcome = Disturb(operation);
@@ -239,6 +251,23 @@ std::string Round::MoveRoot(Side& side, bool away) {
   side.was_away = side.was_away || away;
   side.user->Follow(away ? other : side.root);
   return away ? "gone" : "back";
+}
+
+// A session that is added anew is merged, so that what was removed before may come back. A daemon
+// that was killed does not know that the server got an upload of what was removed meanwhile.
+bool Round::MayBringBack(const Operation& operation) const {
+  const bool is_alones = &sides_.at(static_cast<std::size_t>(operation.side)) == alone_;
+  return (operation.action >= Action::kHide && operation.action <= Action::kAddAnew) ||
+         (operation.action == Action::kKill && is_alones);
+}
+
+void Round::LookForMeddling() {
+  if (alone_ == nullptr) return;
+  const Listing now = Oracle::Folder(alone_->user->root());
+  for (const std::string& line :
+       Oracle::Changes(left_, now, alone_->name + ", left by its user / now:")) {
+    Fail(line);
+  }
 }
 
 void Round::LookForDead() {

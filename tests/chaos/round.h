@@ -29,7 +29,9 @@ class Round {
   ~Round();
 
   // Whether everything was as it must be; Problems() tells what was not.
-  // The plan of `operations` is cut into `phases`, and all is mended and judged after each.
+  // The plan of `operations` is cut into `phases`, and all is mended and judged after each. In
+  // every other one only one of the two users is at work, and nobody else may change that user's
+  // folder.
   bool Run(std::size_t operations, std::size_t phases);
   const std::vector<std::string>& problems() const { return problems_; }
   const std::vector<std::string>& trace() const { return trace_; }
@@ -52,7 +54,7 @@ class Round {
     std::size_t failed_calls = 0;  // of this daemon, as far as they were counted
   };
 
-  void Do(const Operation& operation);
+  void Do(Operation operation);
   std::string Disturb(const Operation& operation);
   std::string DisturbSide(Side& side, const Operation& operation);
   // What is asked of a daemon that runs.
@@ -66,6 +68,10 @@ class Round {
   std::string FailCalls(Side& side, std::size_t which);
   std::string StopFaults(Side& side);
   void CountFailedCalls(Side& side);
+  // Whether a disturbance may bring back what its user has removed.
+  bool MayBringBack(const Operation& operation) const;
+  // Whether the folder of a user who is alone at work is as that user left it.
+  void LookForMeddling();
   // Ends all that disturbs, and waits until nothing changes any more and everything agrees.
   void MendAll();
   void Settle();
@@ -85,6 +91,8 @@ class Round {
   Ledger ledger_;
   Oracle oracle_;
   std::array<Side, 2> sides_;
+  Side* alone_ = nullptr;  // whose user alone is at work; null: both are
+  Listing left_;           // what the user who is alone last left
   std::vector<std::string> trace_, problems_;
   Figures figures_;
 };

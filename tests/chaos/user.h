@@ -16,6 +16,7 @@ class User {
 
   // The folder has another name by now.
   void Follow(const std::string& root) { root_ = root; }
+  const std::string& root() const { return root_; }
   // What came of the operation, for the trace.
   std::string Do(const Operation& planned);
 

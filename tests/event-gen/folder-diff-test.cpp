@@ -56,16 +56,43 @@ TEST_F(FolderDiffTest, PlansWhatBringsBothTogether) {
   std::sort(plan.begin(), plan.end());
   EXPECT_EQ(plan, (Strings{"+/sub/f", "</sub/gone"}));
   EXPECT_EQ(Run({}, {}), 0);
-  // What was committed right after its last write may have been written once more since.
-  const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
-  RecentCommits::getInstance().Committed(1, "/sub/recent", now);
-  EXPECT_EQ(Run({"/recent"}, {"/recent"}, false, "/sub"), 0);
-  EXPECT_EQ(Plan(), Strings{"+/sub/recent"});
   entry_.isMSDOS = true;  // 100 and 101 are one time there
   EXPECT_EQ(Run({"=/f"}, {"/f"}), 0);
   abort_ = 1;
   EXPECT_EQ(Run({"/a"}, {"/b"}), -1);
   EXPECT_TRUE(Plan().empty());
+}
+
+// Also when the process has ended since.
+TEST_F(FolderDiffTest, ComparesWhatWasCommittedRightAfterItsLastWrite) {
+  RecentCommits& commits = RecentCommits::getInstance();
+  FileEventDB& db = *entry_.event_db;
+  DBFileInfo record;
+  record.syncID = 1;
+  for (const char* path : {"/sub/recent", "/sub/old", "/sub/again"}) {
+    record.path = path;
+    ASSERT_EQ(db.setEventInfo(record), 0);
+  }
+  const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
+  const std::uint32_t before = now - 60;
+  EXPECT_EQ(commits.Committing(db, 1, "/sub/recent", now), 0);
+  EXPECT_EQ(commits.Committing(db, 1, "/sub/again", now), 0);
+  EXPECT_EQ(commits.Committing(db, 1, "/sub/gone", now), 0);
+  EXPECT_EQ(commits.Committing(db, 1, "/sub/old", before), 0);
+  commits.Committed(db, 1, "/sub/again", before);
+  for (int start = 0; start < 2; ++start) {
+    EXPECT_EQ(Run({"/recent", "/old", "/again"}, {"/recent", "/old", "/again"}, false, "/sub"), 0);
+    EXPECT_EQ(Plan(), Strings{"+/sub/recent"});
+    RecentCommits next;
+    EXPECT_EQ(next.Load(db, 1), 0);
+    EXPECT_TRUE(next.NeedsHash(1, "/sub/recent"));
+    EXPECT_FALSE(next.NeedsHash(1, "/sub/again"));
+    EXPECT_FALSE(next.NeedsHash(1, "/sub/gone"));
+    EXPECT_EQ(commits.Load(db, 1), 0);
+  }
+  commits.Compared(db, 1, "/sub/recent", before);
+  EXPECT_EQ(commits.Load(db, 1), 0);
+  EXPECT_FALSE(commits.NeedsHash(1, "/sub/recent"));
 }
 
 TEST_F(FolderDiffTest, NeverRemovesWhatItUploads) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/core/profile-folder.h"
+#include "client/core/recent-commits.h"
 #include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
 #include "client/event-path.h"
@@ -195,6 +196,7 @@ int SessionSetup::Run() {
                  L"[DEBUG] app(%d): session environment of session %llu is done\n", __LINE__,
                  entry_.sess_id);
   if (RestoreFileStatus() != 0 || LoadLists() != 0 || LoadProfiles() != 0) return -1;
+  if (RecentCommits::getInstance().Load(*entry_.event_db, entry_.sess_id) != 0) return -1;
   FSInit(entry_.local_path);
   entry_.isMSDOS = IsMSDOS(entry_.local_path);
   return 0;

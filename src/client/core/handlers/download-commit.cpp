@@ -88,13 +88,17 @@ int DownloadRemoteHandler::CommitDatabaseDownload(const PObject& response, const
   if (record.IsFile() && dbinfo.IsDir() && GetContext().RemoveLocalDatabaseInfo() < 0) {
     return -1;
   }
-  if (CommitDatabase(record) != 0) return -1;
-  if (record.IsFile()) {
-    // An edit that a changed time has covered up is found by content.
-    const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
-    RecentCommits::getInstance().Committed(context.GetEntry().sess_id, record.path,
-                                           replaces_time_ ? now : record.localFileModTime);
+  if (record.IsDir()) return CommitDatabase(record);
+  // An edit that a changed time has covered up is found by content.
+  const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
+  const std::uint32_t time = replaces_time_ ? now : record.localFileModTime;
+  FileEventDB& db = context.GetEventDatabaseSafe();
+  RecentCommits& commits = RecentCommits::getInstance();
+  const std::uint64_t session = context.GetEntry().sess_id;
+  if (commits.Committing(db, session, record.path, time) != 0 || CommitDatabase(record) != 0) {
+    return -1;
   }
+  commits.Committed(db, session, record.path, time);
   return 0;
 }
 

@@ -5,6 +5,7 @@
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
 #include "client/core/helpers/handler-helper.h"
+#include "client/core/server-record.h"
 #include "client/file-event-db.h"
 
 namespace tolven {
@@ -81,6 +82,11 @@ int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   Event event = forced;
   event.m_sync_id = is_newer ? told.syncID : db_info.syncID;
   event.m_max_id = is_newer ? told.maxSyncID : db_info.maxSyncID;
+  if (is_newer) {
+    // It may even be of the other kind.
+    told.IsDir() ? event.setDir() : event.setFile();
+    FillFromServerView(told, event);
+  }
   DBFileInfo record = db_info;
   record.syncID = 0;
   record.maxSyncID = 0;

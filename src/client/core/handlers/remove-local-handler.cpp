@@ -143,9 +143,22 @@ int RemoveLocalHandler::RemoveObject(File& local_file) {
     if (edits > 0) return Expand();
   }
   const int removed = Remove(local_file);
-  if (removed == 0) return 0;
+  if (removed == 0) return ForgetParked();
   if (removed > 0) return is_dir ? Expand() : static_cast<int>(ERR_INT);
   HANDLER_ERROR("Worker (%d): Failed to remove '%s'", GetWorkerId(), context.GetPath());
+  return ERR_SYS;
+}
+
+// What was parked of it, and of what was in it, would bring back what is gone from the server.
+int RemoveLocalHandler::ForgetParked() {
+  const EventContext& context = GetContext();
+  if (context.GetEventDatabaseSafe().rmServerFilteredEvent(
+          FilteredEvent::FILTERED_ALL, context.GetPath(), FileEventDB::FILTER_FLAG_INCLUDE_CHILD) ==
+      0) {
+    return 0;
+  }
+  HANDLER_ERROR("Worker (%d): Failed to remove server filtered entry path [%s]", GetWorkerId(),
+                context.GetPath());
   return ERR_SYS;
 }
 

@@ -104,17 +104,24 @@ int UploadLocalHandler::CommitDatabase(const PObject& request, const PObject& re
     return -1;
   }
   HANDLER_DEBUG("Commit Database: %s", record.ToPObject().toString());
+  const int code = WriteRecord(record, is_unchanged);
+  if (code == 0) return 0;
+  HANDLER_ERROR("CommitDatabase: Failed to update local event database. Error code = %d", code);
+  return -1;
+}
+
+int UploadLocalHandler::WriteRecord(const DBFileInfo& record, bool is_unchanged) {
+  EventContext& context = GetContext();
+  if (record.IsDir()) return context.UpdateDatabaseInfo(record);
+  FileEventDB& db = context.GetEventDatabaseSafe();
+  RecentCommits& commits = RecentCommits::getInstance();
+  const std::uint64_t session = context.GetEntry().sess_id;
+  const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
+  const std::uint32_t time = is_unchanged ? record.localFileModTime : now;
+  if (commits.Committing(db, session, record.path, time) != 0) return -1;
   const int code = context.UpdateDatabaseInfo(record);
-  if (code != 0) {
-    HANDLER_ERROR("CommitDatabase: Failed to update local event database. Error code = %d", code);
-    return -1;
-  }
-  if (record.IsFile()) {
-    const auto now = static_cast<std::uint32_t>(platform::clock().WallSeconds());
-    RecentCommits::getInstance().Committed(context.GetEntry().sess_id, record.path,
-                                           is_unchanged ? record.localFileModTime : now);
-  }
-  return 0;
+  if (code == 0) commits.Committed(db, session, record.path, time);
+  return code;
 }
 
 // The file may have changed since it was read; then its record tells of what was read, so that the

@@ -50,6 +50,8 @@ class UploadLocalHandler : public EventHandler {
   static int PrepareAcl(PObject& request);
   static int PrepareSharePrivilege(PObject& request);
   bool IsFakeUploadRequest(const DBFileInfo& db_info, const PObject& request);
+  // Forgets what is parked of the path, which has nothing left to tell.
+  int Unpark(const DBFileInfo& db_info);
   int CheckAndHandleOnlyMtimeChange(const File& local_file, const DBFileInfo& db_info);
 
   // upload-transfer.cpp: the way it goes
@@ -82,6 +84,8 @@ class UploadLocalHandler : public EventHandler {
   void RescanLater(std::uint32_t error_code, int result) const;
   int CommitDatabase(const PObject& request, const PObject& response, const DBFileInfo& db_info,
                      const ustring& sign_file);
+  // `is_unchanged`: the file is still what was read.
+  int WriteRecord(const DBFileInfo& record, bool is_unchanged);
   // False when the file is another one than what was sent.
   bool TakeLocalTime(DBFileInfo& record) const;
 

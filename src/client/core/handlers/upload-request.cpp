@@ -193,10 +193,16 @@ int UploadLocalHandler::CheckAndHandleOnlyMtimeChange(const File& local_file,
   if (time == db_info.localFileModTime) return 0;
   HANDLER_DEBUG("UploadLocal: Dir attr of '%s' is not changed, adjust db local mtime.(%u:%u)",
                 context.GetPath(), db_info.localFileModTime, time);
-  if (local_file.IsFile()) {
-    RecentCommits::getInstance().Committed(context.GetEntry().sess_id, context.GetPath(), time);
+  FileEventDB& db = context.GetEventDatabaseSafe();
+  if (local_file.IsDirectory()) return db.updateEventRecordLocalMtime(context.GetPath(), time);
+  RecentCommits& commits = RecentCommits::getInstance();
+  const std::uint64_t session = context.GetEntry().sess_id;
+  if (commits.Committing(db, session, context.GetPath(), time) < 0 ||
+      db.updateEventRecordLocalMtime(context.GetPath(), time) < 0) {
+    return -1;
   }
-  return context.GetEventDatabaseSafe().updateEventRecordLocalMtime(context.GetPath(), time);
+  commits.Committed(db, session, context.GetPath(), time);
+  return 0;
 }
 
 }  // namespace tolven

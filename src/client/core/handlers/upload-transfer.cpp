@@ -1,4 +1,7 @@
 // The way of an upload: in one go, or in pieces that survive a broken connection.
+
+#include <vector>
+
 #include "client/core/handlers/handler-log.h"
 #include "client/core/handlers/upload-local-handler.h"
 #include "client/core/helpers/handler-helper.h"
@@ -46,9 +49,7 @@ int UploadLocalHandler::StartNewUpload(const File& local_file, const DBFileInfo&
   if (prepared < 0) return prepared;
   if (IsFakeUploadRequest(db_info, objects.request)) {
     // What was parked of this path has nothing left to tell.
-    return CheckAndHandleOnlyMtimeChange(local_file, db_info) < 0 ||
-                   context.GetEventDatabaseSafe().rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL,
-                                                                       context.GetPath(), 0) < 0
+    return CheckAndHandleOnlyMtimeChange(local_file, db_info) < 0 || Unpark(db_info) < 0
                ? static_cast<int>(ERR_SYS)
                : 0;
   }
@@ -63,6 +64,20 @@ int UploadLocalHandler::StartNewUpload(const File& local_file, const DBFileInfo&
   sign_temp.convert_permanent();
   const int code = Upload(resumable, objects.request, objects.response, sign_file);
   return FinishUpload(code, objects, db_info, sign_file);
+}
+
+// The server's change that a rule kept back may be the one that is recorded.
+int UploadLocalHandler::Unpark(const DBFileInfo& db_info) {
+  FileEventDB& db = GetContext().GetEventDatabaseSafe();
+  const ustring& path = GetContext().GetPath();
+  if (db.rmLocalFilteredEvent(FilteredEvent::FILTERED_ALL, path, 0) < 0) return -1;
+  std::vector<FilteredEvent> parked;
+  constexpr auto kByRule = FilteredEvent::FILTERED_SELECTIVE_SYNC;
+  if (db.getServerFilteredEvent(kByRule, path, 0, parked) < 0) return -1;
+  const bool is_known = !parked.empty() && parked.front().is_exist &&
+                        parked.front().IsDir() == db_info.IsDir() &&
+                        parked.front().sync_id <= db_info.syncID;
+  return is_known ? db.rmServerFilteredEvent(kByRule, path, 0) : 0;
 }
 
 int UploadLocalHandler::ResumeUpload(const File& local_file, const DBFileInfo& db_info) {

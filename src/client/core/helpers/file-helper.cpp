@@ -49,7 +49,8 @@ bool HasOtherContent(const EventContext& context, const File& file, const DBFile
     HANDLER_DEBUG("ModificationCheck: '%s' is modified (content not match)", db_info.path);
     return true;
   }
-  commits.Compared(session, db_info.path, file.GetLastModifiedTime());
+  commits.Compared(context.GetEventDatabaseSafe(), session, db_info.path,
+                   file.GetLastModifiedTime());
   return false;
 }
 
