@@ -60,7 +60,7 @@ TEST_F(ServerRecordTest, LeavesRemovedWhatWasInAFolderThatTheServerBringsBack) {
   EXPECT_EQ(Plan(), std::vector<std::string>{"</d/"});
 }
 
-TEST_F(ServerRecordTest, RemovesWhatWasUploadedWithoutAnAnswerAndIsGone) {
+TEST_F(ServerRecordTest, TakesAContentThatWasSentForTheAnswerToIt) {
   UnansweredUploads& uploads = UnansweredUploads::getInstance();
   const auto told = [](const char* path, const char* hash) {
     PObject record = Record(path, 8);
@@ -87,10 +87,15 @@ TEST_F(ServerRecordTest, RemovesWhatWasUploadedWithoutAnAnswerAndIsGone) {
   uploads.Remove(1, "/g");
   EXPECT_EQ(PushEvent(entry_, told("/g", "ours")), 1);
   EXPECT_EQ(Plan(), std::vector<std::string>{"</g"});
-  // What is still there is compared when the event is handled.
+  // What is there by then goes on from that version, even when it goes before it was looked at.
   Touch("/g");
   uploads.Add(1, "/g", "ours");
-  EXPECT_EQ(PushEvent(entry_, told("/g", "ours")), 1);
+  EXPECT_EQ(PushEvent(entry_, told("/g", "ours")), 0);
+  EXPECT_EQ(Plan(), std::vector<std::string>{"+/g"});
+  DBFileInfo row;
+  ASSERT_EQ(entry_.event_db->getEventInfo("/g", row), 1);
+  EXPECT_EQ(row.syncID, 8u);
+  EXPECT_EQ(row.localFileModTime, 0u) << "nothing tells that it has the content that was sent";
 }
 
 TEST_F(ServerRecordTest, FillsWhatIsNotTold) {

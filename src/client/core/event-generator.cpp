@@ -62,22 +62,23 @@ void FillWithKnown(FileEventDB& db, Event& event) {
   FillFromServerView(known, event);
 }
 
-bool IsThere(const Registry::Entry& entry, const ustring& path) {
+// What is there by now; what cannot be looked at counts as nothing.
+FILE_INFO Look(const Registry::Entry& entry, const ustring& path) {
   FILE_INFO info;
-  return FSStat(JoinPath(entry.local_path, path.view()), info, true) >= 0 && info.isExist;
+  if (FSStat(JoinPath(entry.local_path, path.view()), info, true) < 0) info.isExist = false;
+  return info;
 }
 
 bool IsRootProved(const Registry::Entry& entry) {
   return entry.root_proof == nullptr || entry.root_proof->LooksProved();
 }
 
-// Whether the record tells of a content that was sent from here without an answer, and of a file
-// that is gone here since. Who made the content has removed it, so the removal goes on from the
-// version that the server came to have.
-bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row) {
+// Whether the record tells of a content that was sent from here without an answer: the answer comes
+// this way. What is here by now, another content or nothing, goes on from that version.
+bool IsUnansweredUpload(Registry::Entry& entry, const Event& event, DBFileInfo row) {
   if (event.m_type == Event::EV_REMOVE || event.isDir() || event.m_data_hash.empty() ||
       !UnansweredUploads::getInstance().Take(entry.sess_id, event.m_path, event.m_data_hash) ||
-      IsThere(entry, event.m_path) || !IsRootProved(entry)) {
+      !IsRootProved(entry)) {
     return false;
   }
   row.path = event.m_path;
@@ -87,7 +88,9 @@ bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row)
   row.maxSyncID = event.m_max_id;
   row.fileSize = event.m_data_size;
   row.fileCheckSum = event.m_data_hash;
-  row.fileModTime = row.localFileModTime = event.m_time;
+  row.fileModTime = event.m_time;
+  // No file has this time: whatever is here has to be compared.
+  row.localFileModTime = 0;
   row.signaturePath.clear();
   // The row was read without what the server said of its rights.
   row.serverExecBit = kDefaultExecBit;
@@ -95,16 +98,21 @@ bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row)
   if (entry.event_db->fillServerColumns(event.m_path, row) < 0) return false;
   if (entry.event_db->setEventInfo(row) != 0) return false;
   Logger::LogMsg(Logger::L_DEBUG, kCategory,
-                 L"[DEBUG] event-generator(%d): File [%s] was removed after its upload.\n",
+                 L"[DEBUG] event-generator(%d): File [%s] is what was sent without an answer.\n",
                  __LINE__, event.m_path);
-  PushLocalRemoveEvent(entry, event.m_path, false);
+  const FILE_INFO local = Look(entry, event.m_path);
+  if (local.isExist) {
+    PushUploadEvent(entry, event.m_path, local.type == FT_DIR);
+  } else {
+    PushLocalRemoveEvent(entry, event.m_path, false);
+  }
   return true;
 }
 
 // Whether the client's own change has come back: the number is no news. When the file is gone it is
 // wanted again, unless it was removed here and the server is yet to hear of that.
 bool IsEcho(const Registry::Entry& entry, const Event& event) {
-  if (IsThere(entry, event.m_path)) {
+  if (Look(entry, event.m_path).isExist) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-generator(%d): File [%s] is already up-to-date (server echo).\n",
                    __LINE__, event.m_path);
@@ -139,7 +147,7 @@ int PushEvent(Registry::Entry& entry, const PObject& record) {
     return 2;
   }
   if (found == 1 && event.m_sync_id <= row.syncID && IsEcho(entry, event)) return 0;
-  if (event.m_sync_id > row.syncID && IsRemovedUpload(entry, event, row)) return 0;
+  if (event.m_sync_id > row.syncID && IsUnansweredUpload(entry, event, row)) return 0;
 
   if (event.m_type != Event::EV_REMOVE) {
     // First what is known, then what the record tells.
