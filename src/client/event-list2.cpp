@@ -182,6 +182,11 @@ bool EventList2::HasReplacedServerEvent() const {
   return tree_.HasReplacedServerEvent();
 }
 
+bool EventList2::HasServerFileEvent(const ustring& path) const {
+  MutexLock lock(mutex_);
+  return tree_.HasServerFileEvent(path.view());
+}
+
 bool EventList2::HasServerFileBehind(const ustring& path) const {
   MutexLock lock(mutex_);
   return tree_.HasServerFileBehind(path.view());

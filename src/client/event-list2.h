@@ -66,6 +66,8 @@ class EventList2 {
   bool HasReplacedServerEvent() const;
   // Whether a change of the server is pending for something below `path`.
   bool HasServerEventBelow(const ustring& path) const;
+  // Whether one is for the file `path`.
+  bool HasServerFileEvent(const ustring& path) const;
   // Whether one for a file waits until the event of the folder `path` has ended.
   bool HasServerFileBehind(const ustring& path) const;
 

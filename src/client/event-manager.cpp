@@ -167,6 +167,16 @@ bool EventManager::IsServerRemovalPending(uint64_t sess_id, const ustring& path)
   return pool != nullptr && pool->event_tree.HasServerRemoval(path);
 }
 
+bool EventManager::IsServerFileEventPending(uint64_t sess_id, const ustring& path) {
+  MutexLock lock(m_lock);
+  for (const auto& [task, entry] : registry) {
+    const Event& event = entry.processing;
+    if (event.isServerEvent() && event.m_sess_id == sess_id && event.m_path == path) return true;
+  }
+  event_pool* const pool = FindPool(sess_id);
+  return pool != nullptr && pool->event_tree.HasServerFileEvent(path);
+}
+
 bool EventManager::IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) {
   MutexLock lock(m_lock);
   event_pool* const pool = FindPool(sess_id);

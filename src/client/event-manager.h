@@ -82,6 +82,8 @@ class EventManager {
   // The same for a removal of the server.
   bool IsServerRemovalPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
 
+  // Whether a change of the server for the file `path` waits or is with a task.
+  bool IsServerFileEventPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
   // Whether a change of the server for something below `path` waits or is with a task.
   bool IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
   // The same, and whether one of a file waits for the event of the folder `path`.

@@ -1,5 +1,7 @@
 #include "client/event-tree.h"
 
+#include <algorithm>
+
 #include "client/event-path.h"
 
 namespace tolven {
@@ -142,6 +144,15 @@ bool EventTree::HasReplacedServerEvent() const {
     }
   }
   return false;
+}
+
+bool EventTree::HasServerFileEvent(std::string_view path) const {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return false;
+  const EventDirNode* const dir = FindDir(path.substr(0, std::max<std::size_t>(slash, 1)));
+  if (dir == nullptr) return false;
+  const EventFileNode* const file = dir->files().Find(path.substr(slash + 1));
+  return file != nullptr && file->status != EventStatus::DONE && file->attr.isServer();
 }
 
 bool EventTree::HasServerFileBehind(std::string_view path) const {

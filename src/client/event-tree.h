@@ -47,6 +47,8 @@ class EventTree {
   bool HasReplacedServerEvent() const;
   // Whether anything pending below `path` is the server's.
   bool HasServerEventBelow(std::string_view path) const;
+  // Whether the server's event of the file `path` is pending.
+  bool HasServerFileEvent(std::string_view path) const;
   // Whether the server's event of a file waits for that of the folder of the same name.
   bool HasServerFileBehind(std::string_view path) const;
   // The next directory of the tree below `top`, parents first; null at the end.

@@ -87,6 +87,19 @@ TEST_F(ServerRecordTest, TakesAContentThatWasSentForTheAnswerToIt) {
   uploads.Remove(1, "/g");
   EXPECT_EQ(PushEvent(entry_, told("/g", "ours")), 1);
   EXPECT_EQ(Plan(), std::vector<std::string>{"</g"});
+  // A worker that is about the path writes the record.
+  uploads.Add(1, "/f", "later");
+  Event older;
+  PObject news = told("/f", "another's");
+  news["sync_id"] = 9;
+  EXPECT_EQ(PushEvent(entry_, news), 1);
+  ASSERT_EQ(EventManager::getInstance().PullEvent(&task_, older), 0);
+  news["file"]["hash"] = "later";
+  news["sync_id"] = 10;
+  EXPECT_EQ(PushEvent(entry_, news), 1);
+  EXPECT_EQ(EventManager::getInstance().DoneEvent(&task_, older), -1);
+  EXPECT_EQ(older.m_sync_id, 10u);
+  EXPECT_EQ(EventManager::getInstance().DoneEvent(&task_, older), 0);
   // What is there by then goes on from that version, even when it goes before it was looked at.
   Touch("/g");
   uploads.Add(1, "/g", "ours");

@@ -395,10 +395,13 @@ TEST_F(SyncerTest, WhatTheControlThreadDoesDuringAPullIsNotUndone) {
 
 TEST_F(SyncerTest, NewGroupsBringBackEverythingThatIsKnown) {
   DBFileInfo row;
-  row.path = "/known";
   row.isExist = 1;
   row.syncID = row.maxSyncID = 4;
-  ASSERT_EQ(db_->setEventInfo(row), 0);
+  for (const char* path : {"/known", "/removed since"}) {
+    row.path = path;
+    ASSERT_EQ(db_->setEventInfo(row), 0);
+  }
+  test::WriteFile(root_ + "/known", "x");
   PObject page = Page(0);
   page["is_admin"] = 1;
   page["uid"] = 77;

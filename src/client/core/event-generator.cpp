@@ -74,9 +74,11 @@ bool IsRootProved(const Registry::Entry& entry) {
 }
 
 // Whether the record tells of a content that was sent from here without an answer: the answer comes
-// this way. What is here by now, another content or nothing, goes on from that version.
+// this way. What is here by now, another content or nothing, goes on from that version. While a
+// worker may be writing the record for an older event, it is left to the worker.
 bool IsUnansweredUpload(Registry::Entry& entry, const Event& event, DBFileInfo row) {
   if (event.m_type == Event::EV_REMOVE || event.isDir() || event.m_data_hash.empty() ||
+      EventManager::getInstance().IsServerFileEventPending(entry.sess_id, event.m_path) ||
       !UnansweredUploads::getInstance().Take(entry.sess_id, event.m_path, event.m_data_hash) ||
       !IsRootProved(entry)) {
     return false;

@@ -7,8 +7,10 @@
 #include "client/core/syncer-log.h"
 #include "client/core/syncer.h"
 #include "client/event-manager.h"
+#include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "lib/error-table.h"
+#include "lib/file-op.h"
 
 namespace tolven {
 
@@ -44,6 +46,11 @@ Event MakeServerEvent(const DBFileInfo& row, std::uint64_t sess_id) {
                           row.serverSharePrivDenyList, row.serverSharePrivRoList,
                           row.serverSharePrivRwList, row.serverSharePrivHash};
   return event;
+}
+
+bool IsGone(const Registry::Entry& entry, const ustring& path) {
+  FILE_INFO info;
+  return FSStat(JoinPath(entry.local_path, path.view()), info, true) >= 0 && !info.isExist;
 }
 
 }  // namespace
@@ -105,8 +112,9 @@ int Syncer::RescanACLEventDB() {
     std::vector<DBFileInfo> rows;
     if (context.entry.event_db->getServerEventPage("/", after, kPage, rows) != 0) return -1;
     for (const DBFileInfo& row : rows) {
-      // What is being removed here is not to come back for its rights.
-      if (EventManager::getInstance().IsLocalRemovalPending(context.entry.sess_id, row.path)) {
+      // What was removed here is not to come back for its rights.
+      if (EventManager::getInstance().IsLocalRemovalPending(context.entry.sess_id, row.path) ||
+          (row.isExist != 0 && IsGone(context.entry, row.path))) {
         continue;
       }
       EventManager::getInstance().PushServerEvent(MakeServerEvent(row, context.entry.sess_id));
