@@ -53,18 +53,30 @@ int Refuse(const PObject& record, const char* reason) {
   return -1;
 }
 
-// What the record leaves out, taken from what is known of the path.
-void FillWithKnown(FileEventDB& db, Event& event) {
+// A record that cannot be judged for want of the database: the batch is pulled again.
+int Postpone(const Registry::Entry& entry) {
+  EventManager::getInstance().CountUnappliedServerEvent(entry.sess_id);
+  return -1;
+}
+
+// What the record leaves out, taken from what is known of the path. False when that is not told.
+bool FillWithKnown(FileEventDB& db, Event& event) {
   event.m_exec_bit = kDefaultExecBit;
   event.m_privilege.unix_mode.mode = kDefaultMode;
   DBFileInfo known;
-  if (db.getServerEventByPath(event.m_path, known) != 1 || known.isExist == 0) return;
-  FillFromServerView(known, event);
+  const int found = db.getServerEventByPath(event.m_path, known);
+  if (found == 1 && known.isExist != 0) FillFromServerView(known, event);
+  return found >= 0;
 }
 
 bool IsThere(const Registry::Entry& entry, const ustring& path) {
   FILE_INFO info;
   return FSStat(JoinPath(entry.local_path, path.view()), info, true) >= 0 && info.isExist;
+}
+
+bool IsGone(const Registry::Entry& entry, const ustring& path) {
+  FILE_INFO info;
+  return FSStat(JoinPath(entry.local_path, path.view()), info, true) == 0 && !info.isExist;
 }
 
 bool IsRootProved(const Registry::Entry& entry) {
@@ -77,7 +89,7 @@ bool IsRootProved(const Registry::Entry& entry) {
 bool IsRemovedUpload(Registry::Entry& entry, const Event& event, DBFileInfo row) {
   if (event.m_type == Event::EV_REMOVE || event.isDir() || event.m_data_hash.empty() ||
       !UnansweredUploads::getInstance().Take(entry.sess_id, event.m_path, event.m_data_hash) ||
-      IsThere(entry, event.m_path) || !IsRootProved(entry)) {
+      !IsGone(entry, event.m_path) || !IsRootProved(entry)) {
     return false;
   }
   row.path = event.m_path;
@@ -131,6 +143,7 @@ int PushEvent(Registry::Entry& entry, const PObject& record) {
 
   DBFileInfo row;
   const int found = db.getEventInfo(event.m_path, row);
+  if (found < 0) return Postpone(entry);
   if (found == 0 && event.m_type == Event::EV_REMOVE) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-generator(%d): Server delete event [%s] and cannot find db "
@@ -143,7 +156,7 @@ int PushEvent(Registry::Entry& entry, const PObject& record) {
 
   if (event.m_type != Event::EV_REMOVE) {
     // First what is known, then what the record tells.
-    FillWithKnown(db, event);
+    if (!FillWithKnown(db, event)) return Postpone(entry);
     ReadServerRecord(record, entry.isMSDOS, event);
   }
   event.m_sess_id = entry.sess_id;

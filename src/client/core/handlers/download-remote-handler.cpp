@@ -89,6 +89,7 @@ int DownloadRemoteHandler::TestDownloadRemoteFilter(int& filter_type) {
   const EventContext& context = GetContext();
   const Event& event = context.GetEvent();
   filter_type = FilterHelper::TestSystemFilter(context);
+  if (filter_type == FilterHelper::kNotLookedAt) return 0;
   if (filter_type != 0) {
     HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", event.m_path, filter_type);
     SetSystemFilterType(filter_type);
@@ -126,6 +127,7 @@ int DownloadRemoteHandler::TestDownloadRemoteFilter(int& filter_type) {
 }
 
 int DownloadRemoteHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (IsSystemFilterType(filter_type)) return 0;

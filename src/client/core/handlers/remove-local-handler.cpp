@@ -63,6 +63,7 @@ int RemoveLocalHandler::Handle() {
 bool RemoveLocalHandler::IsRemoveLocalFilterPassed(int& filter_type) {
   const EventContext& context = GetContext();
   filter_type = FilterHelper::TestSystemFilter(context);
+  if (filter_type == FilterHelper::kNotLookedAt) return false;
   if (filter_type != 0) {
     HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", context.GetPath(), filter_type);
     SetSystemFilterType(filter_type);
@@ -75,6 +76,7 @@ bool RemoveLocalHandler::IsRemoveLocalFilterPassed(int& filter_type) {
 }
 
 int RemoveLocalHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (IsSystemFilterType(filter_type)) return 0;

@@ -103,6 +103,7 @@ bool RemoveRemoteHandler::IsRemoveRemoteFilterPassed(int& filter_type) {
   const EventContext& context = GetContext();
   const ustring& path = context.GetPath();
   filter_type = FilterHelper::TestSystemFilter(context);
+  if (filter_type == FilterHelper::kNotLookedAt) return false;
   if (filter_type != 0) {
     HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", path, filter_type);
     SetSystemFilterType(filter_type);
@@ -134,6 +135,7 @@ bool RemoveRemoteHandler::IsRemoveRemoteFilterPassed(int& filter_type) {
 }
 
 int RemoveRemoteHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (IsSystemFilterType(filter_type)) return 0;

@@ -76,7 +76,7 @@ class UploadLocalHandler : public EventHandler {
 
   // upload-commit.cpp: what comes of it
   int HandleUploadResponseError(std::uint32_t error_code);
-  bool PushFolderAbove();
+  int PushFolderAbove();
   int RefuseForAccess(std::uint32_t error_code);
   void RescanLater(std::uint32_t error_code, int result) const;
   int CommitDatabase(const PObject& request, const PObject& response, const DBFileInfo& db_info,
