@@ -29,6 +29,7 @@ class UploadLocalHandler : public EventHandler {
   bool IsUploadLocalFilterPassed(const File& local_file, int& filter_type);
   int HandleFilteredEvent(int filter_type);
   int CheckAndHandleBaseNameConflict();
+  int CheckReplacedFolder(const File& local_file, const DBFileInfo& db_info);
   void CheckAndHandleFileRemovedDuringUpload(const File& local_file);
   static bool IsFakeUploadLocalEvent() { return false; }
   std::uint32_t AdjustMtime(std::uint32_t mtime) const;
