@@ -35,8 +35,8 @@ class EventContext {
   // No event, no session, no connection.
   void Clear();
   // To be called once event, session and connection are set: makes the paths and reads the event's
-  // row. Nothing can be judged while IsRecordKnown is false: the database did not tell whether there
-  // is a row, and an empty record would make every change a conflict.
+  // row. Nothing can be judged while IsRecordKnown is false: the database did not tell whether
+  // there is a row, and an empty record would make every change a conflict.
   void Update();
   bool IsRecordKnown() const { return is_record_known; }
 

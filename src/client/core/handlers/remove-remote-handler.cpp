@@ -182,8 +182,8 @@ bool RemoveRemoteHandler::IsEventTypeMatched(const File& local_file) {
   return false;
 }
 
-// The removal waits for the pull of what others may have changed below; where the pull waits for the
-// removal, it is for the server to judge by what was pulled before.
+// The removal waits for the pull of what others may have changed below; where the pull waits for
+// the removal, it is for the server to judge by what was pulled before.
 bool RemoveRemoteHandler::IsRemovalInformed(const DBFileInfo& db_info, std::uint64_t& max_id) {
   if (!db_info.IsDir()) return true;
   const EventContext& context = GetContext();

@@ -25,8 +25,8 @@ int FolderKnowledge::Read(const EventContext& context, const DBFileInfo& db_info
   is_behind = db_info.maxSyncID > pulled;
   max_id = std::min(db_info.maxSyncID, pulled);
   if (is_behind) {
-    HANDLER_DEBUG("'%s' is at %llu, and pulled is up to %llu", context.GetPath(),
-                  db_info.maxSyncID, pulled);
+    HANDLER_DEBUG("'%s' is at %llu, and pulled is up to %llu", context.GetPath(), db_info.maxSyncID,
+                  pulled);
   }
   std::vector<FilteredEvent> held_back;
   if (db.getServerFilteredEvent(FilteredEvent::FILTERED_ALL, context.GetPath(),
