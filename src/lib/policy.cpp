@@ -67,11 +67,17 @@ bool isMatchPrefix(const ustring& prefix, const ustring& path) {
 }
 
 bool IsValidNode(const ustring& folder_path) {
-  if (IsOwnData(folder_path)) return false;
+  return LookAtNode(folder_path) == NodeState::kValid;
+}
+
+NodeState LookAtNode(const ustring& folder_path) {
+  if (IsOwnData(folder_path)) return NodeState::kRefused;
   platform::NodeInfo info;
   const platform::Status status = Look(folder_path, info);
-  if (status.ok()) return IsAcceptable(info);
-  return status.is(platform::ErrorKind::kNotFound) || status.is(platform::ErrorKind::kNameTooLong);
+  if (status.ok()) return IsAcceptable(info) ? NodeState::kValid : NodeState::kRefused;
+  const bool is_no_reason =
+      status.is(platform::ErrorKind::kNotFound) || status.is(platform::ErrorKind::kNameTooLong);
+  return is_no_reason ? NodeState::kValid : NodeState::kUnknown;
 }
 
 bool IsValidSyncFolder(const ustring& folder_path) {

@@ -16,6 +16,11 @@ bool IsValidSyncFolder(const ustring& folder_path);
 // gone, or cannot be made for its long name, is no reason to refuse its event.
 bool IsValidNode(const ustring& folder_path);
 
+// The same, telling apart what may look different the next time: kUnknown is a node that could not
+// be looked at.
+enum class NodeState { kValid, kRefused, kUnknown };
+NodeState LookAtNode(const ustring& folder_path);
+
 // Whether `path` begins with `prefix`, all separators of the platform being equal. The prefix may
 // end inside a component: "/a/Data" is one of "/a/Database".
 bool isMatchPrefix(const ustring& prefix, const ustring& path);

@@ -254,6 +254,68 @@ TEST_F(Removal, SparesWhatFiltersKeepOut) {
   EXPECT_TRUE(Eventually([&] { return Has(b.Files(), "there/big.tmp"); }));
 }
 
+// A file in the place of a folder takes nothing from the server that its user has not seen.
+class Replacement : public Removal, public ::testing::WithParamInterface<bool> {
+ protected:
+  // Does so while the client runs, or while it does not.
+  static void Replace(ClientProcess& client, const std::string& folder) {
+    if (!GetParam()) client.Stop();
+    Remove(client, folder);
+    Write(client, folder, "a file by now");
+    if (!GetParam()) client.Start();
+  }
+  // Both have the same, with each of these once.
+  static void ExpectMet(const ClientProcess& a, const ClientProcess& b,
+                        const std::vector<std::string>& contents) {
+    EXPECT_TRUE(Eventually([&] {
+      const Tree tree = a.Files();
+      return tree == b.Files() &&
+             std::all_of(contents.begin(), contents.end(),
+                         [&](const std::string& content) { return Copies(tree, content) == 1; });
+    })) << "a: "
+        << ::testing::PrintToString(a.Files()) << "\nb: " << ::testing::PrintToString(b.Files());
+  }
+};
+
+TEST_P(Replacement, SparesWhatFiltersKeepOut) {
+  ClientProcess a(server_, "a"), b(server_, "b");
+  b.SetRules("[File]\nblack_ext = \"tmp\"\n");
+  b.ReloadRules();
+  for (const char* file : {"docs/one", "docs/big.tmp", "mark"}) Write(a, file, file);
+  ExpectFiles(b, {{"docs", "<dir>"}, {"docs/one", "docs/one"}, {"mark", "mark"}});
+  EXPECT_TRUE(Eventually([&] { return a.StoredNumber() == b.StoredNumber(); }));
+  Replace(b, "docs");
+  EXPECT_TRUE(Eventually([&] {
+    const Tree tree = a.Files();
+    return Copies(tree, "a file by now") == 1 && !Has(tree, "docs/one");
+  })) << ::testing::PrintToString(a.Files());
+  EXPECT_TRUE(Has(a.Files(), "docs/big.tmp"));
+  b.SetRules("");
+  b.ReloadRules();
+  ExpectMet(a, b, {"docs/big.tmp", "mark", "a file by now"});
+}
+
+// The own upload makes the folder look newer than all that is known of it.
+TEST_P(Replacement, SparesWhatIsNotKnownYet) {
+  ClientProcess a(server_, "a"), b(server_, "b");
+  Write(a, "docs/one", "one");
+  ExpectBoth(a, b, {{"docs", "<dir>"}, {"docs/one", "one"}});
+  const auto await = [&](const char* path) {
+    EXPECT_TRUE(
+        Eventually([&] { return server_.Admin("ls team").find(path) != std::string::npos; }));
+  };
+  Write(b, "docs/news", "news");
+  await("docs/news");
+  Write(a, "docs/own", "own");
+  await("docs/own");
+  Replace(a, "docs");
+  ExpectMet(a, b, {"news", "a file by now"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Replacement, Replacement, ::testing::Bool(), [](const auto& test) {
+  return test.param ? "WhileTheClientRuns" : "WhileItDoesNot";
+});
+
 // Each user removes a folder in which there is something that the other one must not see or change.
 class RemovalAccess : public Removal {
  protected:

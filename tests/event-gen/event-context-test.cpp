@@ -37,6 +37,11 @@ TEST_F(EventContextTest, FollowsItsEvent) {
   EXPECT_EQ(context.GetDatabaseInfo().isExist, 0);
   EXPECT_EQ(entry_.event_db->getEventInfo("/d/f", info), 0);
 
+  EXPECT_TRUE(context.IsRecordKnown());
+  entry_.event_db->destroy();
+  context.Update();
+  EXPECT_FALSE(context.IsRecordKnown());
+
   const long users = entry_.event_db.use_count();
   context.Clear();
   EXPECT_EQ(entry_.event_db.use_count(), users - 1);

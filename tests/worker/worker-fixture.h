@@ -55,14 +55,16 @@ class WorkerFixture : public testing::Test {
     FileStatusDB::destroy();
   }
 
-  static void AddSession(std::uint64_t session, std::uint64_t connection = 4) {
+  void AddSession(std::uint64_t session, std::uint64_t connection = 4) {
     Registry::Entry entry;
     entry.sess_id = session;
     entry.conn_id = connection;
     entry.local_path = "/r" + std::to_string(session);
     entry.event_db = std::make_shared<FileEventDB>();
+    EXPECT_EQ(entry.event_db->initialize(folder_ / DatabaseOf(session)), 0);
     Registry::getInstance().Set(entry);
   }
+  static std::string DatabaseOf(std::uint64_t session) { return "db" + std::to_string(session); }
   static Event Make(std::uint64_t session, const ustring& path, Event::Type type = Event::EV_CREATE,
                     std::uint32_t mode = 0) {
     Event event;

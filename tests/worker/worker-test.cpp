@@ -71,6 +71,24 @@ TEST_F(WorkerTest, SettlesEventsByTheResult) {
   EXPECT_EQ(manager_.GetUnappliedServerEventCount(1), 1U);
 }
 
+TEST_F(WorkerTest, WaitsWhileItIsNotToldWhatIsKnownOfAPath) {
+  Registry::Entry entry;
+  Registry::getInstance().Find(1, entry);
+  entry.event_db->destroy();
+  std::atomic<int> handled{0};
+  work_ = [&](EventHandler&) {
+    ++handled;
+    return 0;
+  };
+  const Worker& worker = Start();
+  manager_.PushLocalEvent(Make(1, "/a"));
+  ASSERT_TRUE(Await([&] { return worker.GetWorkerStatus().GetErrorCount() == 1; }));
+  EXPECT_EQ(handled, 0);
+  ASSERT_EQ(entry.event_db->initialize(folder_ / DatabaseOf(1)), 0);
+  EXPECT_TRUE(AwaitDone(1));
+  EXPECT_EQ(handled, 1);
+}
+
 TEST_F(WorkerTest, TellsTheUiAndTheStatusDatabase) {
   test::LocalUi ui(26'000);
   test::WriteFile(folder_ / "conf", "ui_port = " + std::to_string(ui.port()));
@@ -79,7 +97,6 @@ TEST_F(WorkerTest, TellsTheUiAndTheStatusDatabase) {
   // A refused change brings along what was already held back below it.
   Registry::Entry entry;
   Registry::getInstance().Find(1, entry);
-  ASSERT_EQ(entry.event_db->initialize(folder_ / "db"), 0);
   FilteredEvent parked;
   parked.is_server = parked.is_exist = true;
   parked.path = "/d/below";

@@ -32,6 +32,7 @@ void EventContext::Clear() {
   working_directory.clear();
   sign_directory.clear();
   database_record.Clear();
+  is_record_known = true;
 }
 
 void EventContext::Update() {
@@ -39,7 +40,9 @@ void EventContext::Update() {
   full_path = JoinPath(root_entry.local_path, current_event.m_path.view());
   working_directory = JoinPath(root_entry.local_path, WORKING_DIRECTORY);
   const ustring row = current_event.m_path.empty() ? ustring("/") : current_event.m_path;
-  if (GetEventDatabaseSafe().getEventInfo(row, database_record) != 1) database_record.Clear();
+  const int found = GetEventDatabaseSafe().getEventInfo(row, database_record);
+  if (found != 1) database_record.Clear();
+  is_record_known = found >= 0 || root_entry.event_db == nullptr;
 }
 
 ustring EventContext::GetRecycleBinDir() const { return working_directory + "/" + RECYCLE_BIN; }

@@ -35,8 +35,10 @@ class EventContext {
   // No event, no session, no connection.
   void Clear();
   // To be called once event, session and connection are set: makes the paths and reads the event's
-  // row.
+  // row. Nothing can be judged while IsRecordKnown is false: the database did not tell whether
+  // there is a row, and an empty record would make every change a conflict.
   void Update();
+  bool IsRecordKnown() const { return is_record_known; }
 
   Event& GetEvent() { return current_event; }
   const Event& GetEvent() const { return current_event; }
@@ -101,6 +103,7 @@ class EventContext {
   Connection connection;
   ustring full_path, working_directory, sign_directory;
   DBFileInfo database_record;
+  bool is_record_known = true;
   mutable PStream trans_stream;
 };
 

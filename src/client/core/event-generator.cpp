@@ -53,20 +53,30 @@ int Refuse(const PObject& record, const char* reason) {
   return -1;
 }
 
-// What the record leaves out, taken from what is known of the path.
-void FillWithKnown(FileEventDB& db, Event& event) {
+// A record that cannot be judged for want of the database: the batch is pulled again.
+int Postpone(const Registry::Entry& entry) {
+  EventManager::getInstance().CountUnappliedServerEvent(entry.sess_id);
+  return -1;
+}
+
+// What the record leaves out, taken from what is known of the path. False when that is not told.
+bool FillWithKnown(FileEventDB& db, Event& event) {
   event.m_exec_bit = kDefaultExecBit;
   event.m_privilege.unix_mode.mode = kDefaultMode;
   DBFileInfo known;
-  if (db.getServerEventByPath(event.m_path, known) != 1 || known.isExist == 0) return;
-  FillFromServerView(known, event);
+  const int found = db.getServerEventByPath(event.m_path, known);
+  if (found == 1 && known.isExist != 0) FillFromServerView(known, event);
+  return found >= 0;
 }
 
-// What is there by now; what cannot be looked at counts as nothing.
-FILE_INFO Look(const Registry::Entry& entry, const ustring& path) {
+// 0 once `info` tells what is at the path.
+int Look(const Registry::Entry& entry, const ustring& path, FILE_INFO& info) {
+  return FSStat(JoinPath(entry.local_path, path.view()), info, true);
+}
+
+bool IsThere(const Registry::Entry& entry, const ustring& path) {
   FILE_INFO info;
-  if (FSStat(JoinPath(entry.local_path, path.view()), info, true) < 0) info.isExist = false;
-  return info;
+  return Look(entry, path, info) == 0 && info.isExist;
 }
 
 bool IsRootProved(const Registry::Entry& entry) {
@@ -102,11 +112,11 @@ bool IsUnansweredUpload(Registry::Entry& entry, const Event& event, DBFileInfo r
   Logger::LogMsg(Logger::L_DEBUG, kCategory,
                  L"[DEBUG] event-generator(%d): File [%s] is what was sent without an answer.\n",
                  __LINE__, event.m_path);
-  const FILE_INFO local = Look(entry, event.m_path);
-  if (local.isExist) {
-    PushUploadEvent(entry, event.m_path, local.type == FT_DIR);
-  } else {
+  FILE_INFO local;
+  if (Look(entry, event.m_path, local) == 0 && !local.isExist) {
     PushLocalRemoveEvent(entry, event.m_path, false);
+  } else {
+    PushUploadEvent(entry, event.m_path, local.type == FT_DIR);
   }
   return true;
 }
@@ -114,7 +124,7 @@ bool IsUnansweredUpload(Registry::Entry& entry, const Event& event, DBFileInfo r
 // Whether the client's own change has come back: the number is no news. When the file is gone it is
 // wanted again, unless it was removed here and the server is yet to hear of that.
 bool IsEcho(const Registry::Entry& entry, const Event& event) {
-  if (Look(entry, event.m_path).isExist) {
+  if (IsThere(entry, event.m_path)) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-generator(%d): File [%s] is already up-to-date (server echo).\n",
                    __LINE__, event.m_path);
@@ -141,6 +151,7 @@ int PushEvent(Registry::Entry& entry, const PObject& record) {
 
   DBFileInfo row;
   const int found = db.getEventInfo(event.m_path, row);
+  if (found < 0) return Postpone(entry);
   if (found == 0 && event.m_type == Event::EV_REMOVE) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-generator(%d): Server delete event [%s] and cannot find db "
@@ -153,7 +164,7 @@ int PushEvent(Registry::Entry& entry, const PObject& record) {
 
   if (event.m_type != Event::EV_REMOVE) {
     // First what is known, then what the record tells.
-    FillWithKnown(db, event);
+    if (!FillWithKnown(db, event)) return Postpone(entry);
     ReadServerRecord(record, entry.isMSDOS, event);
   }
   event.m_sess_id = entry.sess_id;

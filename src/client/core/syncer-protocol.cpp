@@ -29,8 +29,9 @@ int Syncer::PullEventFromServer(PObject& answer) {
   const PObject& response = answer;
   const Registry::Entry& entry = context.entry;
   if (entry.event_db->getSyncId(context.sync_id, &times_sync_id_set_) != 0) {
-    SYNCER_ERROR("Syncer: failed to get base sync id ... starts from 0\n");
-    context.sync_id = 0;
+    // From the first one, what was removed here and is not told yet would come back.
+    SYNCER_ERROR("Syncer: failed to get base sync id\n");
+    return ErrorCodes::ERR_SYS;
   }
   // Whoever starts a session anew changes what is asked for first.
   RefreshEntry();

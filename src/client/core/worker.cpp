@@ -213,6 +213,7 @@ int Worker::ProcessEvent() {
   }
   if (GetState() == STOP) SetAbort(true);
   controller.Reset();
+  if (!context.IsRecordKnown()) return ErrorCodes::ERR_SYS;
   return dispatcher.Dispatch(context, controller);
 }
 

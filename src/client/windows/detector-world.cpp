@@ -1,6 +1,7 @@
 #include "client/windows/detector-world.h"
 
 #include "client/core/registry.h"
+#include "client/core/rescan-requests.h"
 #include "client/core/root-proof.h"
 #include "client/core/session-layout.h"
 #include "client/event-path.h"
@@ -30,7 +31,10 @@ int DetectorWorld::FindRemembered(std::uint64_t sess_id, const ustring& path, bo
   Registry::Entry entry;
   if (Registry::getInstance().Find(sess_id, entry) != 1) return -1;
   DBFileInfo row;
-  if (entry.event_db->getEventInfo(path, row) != 1) return 0;
+  const int found = entry.event_db->getEventInfo(path, row);
+  // What cannot be told now is found by a look at the whole folder.
+  if (found < 0) RescanRequests::getInstance().Add(sess_id);
+  if (found != 1) return 0;
   is_dir = row.IsDir();
   return 1;
 }

@@ -60,10 +60,12 @@ bool PreliminaryFilter::FilterLocalWatchNotExist(const Event&, const Registry::E
 bool PreliminaryFilter::FilterInvalidNode(const Event& event, const Registry::Entry& entry) {
   const ustring& full_path = GetContext().GetFullPath();
   // The session's root may be a link; what is below it may not lie behind one.
-  const bool valid = IsRoot(event) ||
-                     (IsValidNode(full_path) && !LeadsThroughLink(entry.local_path, event.m_path));
-  if (valid) return false;
+  if (IsRoot(event)) return false;
+  const NodeState state = LookAtNode(full_path);
+  if (state == NodeState::kValid && !LeadsThroughLink(entry.local_path, event.m_path)) return false;
   HANDLER_INFO("Local event path '%s' is not a valid node", full_path);
+  // A change is not forgotten for a look that failed.
+  if (state == NodeState::kUnknown) SetErrorAction(ACTION_RETURN_EVENT);
   return true;
 }
 

@@ -9,6 +9,7 @@
 #include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
+#include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
@@ -96,6 +97,7 @@ int DownloadRemoteHandler::TestDownloadRemoteFilter() {
 }
 
 int DownloadRemoteHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;

@@ -20,7 +20,7 @@ FilterGate::FilterGate(const EventContext& context, const char* source)
 int FilterGate::BlockBySystem(int filter_type) { return filter_type - kSystemOffset; }
 
 int FilterGate::BlockedBySystem(int filter_type) const {
-  if (filter_type == 0) return 0;
+  if (filter_type == 0 || filter_type == FilterHelper::kNotLookedAt) return filter_type;
   HANDLER_DEBUG("Filtered Event (system): '%s'. (blocked: %d).", context_.GetPath(), filter_type);
   return BlockBySystem(filter_type);
 }

@@ -103,7 +103,8 @@ int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   // What was not downloaded is not forgotten. Writing a record also brings back what is parked for
   // its path, so one that is still there is left alone.
   DBFileInfo record_now;
-  if (db.getEventInfo(path, record_now) == 1 || IsBelowFile(db, path)) return result;
+  const int found = db.getEventInfo(path, record_now);
+  if (found == 1 || (found < 0 && result == 0) || IsBelowFile(db, path)) return result;
   original.signaturePath.clear();  // it went with the row
   if (context.UpdateDatabaseInfo(original) != 0) {
     HANDLER_ERROR("Failed to write back the record of '%s'", path);

@@ -8,6 +8,7 @@
 #include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
+#include "client/core/helpers/filter-helper.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
@@ -60,6 +61,7 @@ int RemoveLocalHandler::Handle() {
 }
 
 int RemoveLocalHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;

@@ -1,13 +1,13 @@
 #include "client/core/handlers/remove-remote-handler.h"
 
-#include <algorithm>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "client/core/callbacks/create-event-callback.h"
 #include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
+#include "client/core/helpers/filter-helper.h"
+#include "client/core/helpers/folder-knowledge.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/core/protocol-client.h"
 #include "client/event-manager.h"
@@ -105,6 +105,7 @@ int RemoveRemoteHandler::TestRemoveRemoteFilter() {
 }
 
 int RemoveRemoteHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;
@@ -148,42 +149,17 @@ bool RemoveRemoteHandler::IsEventTypeMatched(const File& local_file) {
   return false;
 }
 
-// A folder's number is as high as that of the last change that this side made below it, and others
-// may have made one before that which is yet to be pulled. The removal waits for the pull; where
-// the pull waits for the removal, it is for the server to judge by what was pulled before.
+// The removal waits for the pull of what others may have changed below; where the pull waits for
+// the removal, it is for the server to judge by what was pulled before.
 bool RemoveRemoteHandler::IsRemovalInformed(const DBFileInfo& db_info, std::uint64_t& max_id) {
   if (!db_info.IsDir()) return true;
   const EventContext& context = GetContext();
-  std::uint64_t pulled = 0;
-  if (context.GetEventDatabaseSafe().getSyncId(pulled) != 0) return false;
-  if (db_info.maxSyncID > pulled) {
-    max_id = pulled;
-    is_guess_ = true;
-    HANDLER_DEBUG("Worker (%d): '%s' is at %llu, and pulled is up to %llu", GetWorkerId(),
-                  context.GetPath(), db_info.maxSyncID, pulled);
-    if (!EventManager::getInstance().IsServerEventBehind(context.GetEntry().sess_id,
-                                                         context.GetPath())) {
-      return false;
-    }
-  }
-  return LeaveOutHeldBack(max_id);
-}
-
-// What filters keep from this side was not removed here: the server is told that it is not known.
-bool RemoveRemoteHandler::LeaveOutHeldBack(std::uint64_t& max_id) {
-  const EventContext& context = GetContext();
-  std::vector<FilteredEvent> held_back;
-  if (context.GetEventDatabaseSafe().getServerFilteredEvent(
-          FilteredEvent::FILTERED_ALL, context.GetPath(), FileEventDB::FILTER_FLAG_INCLUDE_CHILD,
-          held_back) < 0) {
-    return false;
-  }
-  for (const FilteredEvent& event : held_back) {
-    if (event.is_exist && event.sync_id > 0 && event.path != context.GetPath()) {
-      max_id = std::min(max_id, event.sync_id - 1);
-    }
-  }
-  return true;
+  FolderKnowledge known;
+  if (known.Read(context, db_info) != 0) return false;
+  max_id = known.max_id;
+  is_guess_ = known.is_behind;
+  return !is_guess_ || EventManager::getInstance().IsServerEventBehind(context.GetEntry().sess_id,
+                                                                       context.GetPath());
 }
 
 int RemoveRemoteHandler::SendRemoveRequest(const DBFileInfo& db_info, std::uint64_t max_id) {

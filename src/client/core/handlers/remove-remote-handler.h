@@ -24,7 +24,6 @@ class RemoveRemoteHandler : public EventHandler {
   bool IsEventTypeMatched(const File& local_file);
   // Whether what is below is known well enough; `max_id` becomes the number that is.
   bool IsRemovalInformed(const DBFileInfo& db_info, std::uint64_t& max_id);
-  bool LeaveOutHeldBack(std::uint64_t& max_id);
   int SendRemoveRequest(const DBFileInfo& db_info, std::uint64_t max_id);
   int HandleRemoveResponseError(std::uint32_t code, const DBFileInfo& db_info);
   int OnModified(const DBFileInfo& db_info);

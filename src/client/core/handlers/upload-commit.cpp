@@ -155,7 +155,7 @@ int UploadLocalHandler::HandleUploadResponseError(std::uint32_t error_code) {
       break;
   }
   if (ProtoErrorClass(error_code) == SPROTO_ERR_CONFLICT) {
-    if (PushFolderAbove()) return ERR_INT;
+    if (const int above = PushFolderAbove(); above != 0) return above < 0 ? ERR_SYS : ERR_INT;
     HANDLER_NOTE("Pathname '%s' conflict.", path);
     const int renamed = ConflictRename(context.GetFullPath(),
                                        context.GetConnectionInfo().computer_name, "Conflict");
@@ -169,8 +169,8 @@ int UploadLocalHandler::HandleUploadResponseError(std::uint32_t error_code) {
 }
 
 // Where a folder on the way took the place of a file that the server still has, no name is taken:
-// the folder has to go first.
-bool UploadLocalHandler::PushFolderAbove() {
+// the folder has to go first: 1 when it does, 0 or -1.
+int UploadLocalHandler::PushFolderAbove() {
   EventContext& context = GetContext();
   std::string_view path = context.GetPath().view();
   for (std::size_t slash = path.rfind('/'); slash != 0 && slash != std::string_view::npos;
@@ -178,13 +178,14 @@ bool UploadLocalHandler::PushFolderAbove() {
     path = path.substr(0, slash);
     DBFileInfo record;
     const int found = context.GetEventDatabaseSafe().getEventInfo(ustring(path), record);
-    if (found != 1 || record.isExist == 0) continue;
-    if (record.IsDir()) return false;
+    if (found < 0) return -1;
+    if (found == 0 || record.isExist == 0) continue;
+    if (record.IsDir()) return 0;
     Registry::Entry entry = context.GetEntry();
     (void)PushUploadEvent(entry, ustring(path), true);
-    return true;
+    return 1;
   }
-  return false;
+  return 0;
 }
 
 int UploadLocalHandler::RefuseForAccess(std::uint32_t error_code) {

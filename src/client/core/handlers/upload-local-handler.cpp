@@ -9,6 +9,8 @@
 #include "client/core/handlers/filter-gate.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/helpers/file-helper.h"
+#include "client/core/helpers/filter-helper.h"
+#include "client/core/helpers/folder-knowledge.h"
 #include "client/core/helpers/handler-helper.h"
 #include "client/event-manager.h"
 #include "client/file-event-db.h"
@@ -56,6 +58,7 @@ int UploadLocalHandler::Apply() {
   }
   SetWorkingType(W_TYPE_UPLOAD);
   const DBFileInfo db_info = context.GetDatabaseInfo();
+  if (const int unknown = CheckReplacedFolder(local, db_info); unknown != 0) return unknown;
   const int result = HandleUpload(local, db_info);
   if (result < 0) return result;
   CheckAndHandleFileRemovedDuringUpload(local);
@@ -98,6 +101,7 @@ int UploadLocalHandler::TestUploadLocalFilter(const File& local_file) {
 }
 
 int UploadLocalHandler::HandleFilteredEvent(int filter_type) {
+  if (filter_type == FilterHelper::kNotLookedAt) return ERR_LOCKED_FILE;
   EventContext& context = GetContext();
   SetUINotification(UI_NOTIFY_FILTERED);
   if (!FilterGate(context, Source()).CanBeRemembered(filter_type)) return 0;
@@ -128,6 +132,27 @@ int UploadLocalHandler::CheckAndHandleBaseNameConflict() {
     code = ConflictRename(context.GetFullPath(), computer, "TailCharacterConflict");
   }
   return code < 0 ? static_cast<int>(ERR_SYS) : 0;
+}
+
+// A file that took the place of a folder takes from the server all that is in the folder. 0 when
+// that is known here.
+int UploadLocalHandler::CheckReplacedFolder(const File& local_file, const DBFileInfo& db_info) {
+  if (!local_file.IsFile() || db_info.syncID == 0 || !db_info.IsDir()) return 0;
+  const EventContext& context = GetContext();
+  FolderKnowledge known;
+  if (known.Read(context, db_info) != 0) return ERR_SYS;
+  if (known.is_held_back) {
+    HANDLER_NOTE("Folder '%s' holds what is filtered here, resolve conflict.", context.GetPath());
+    const int renamed = ConflictRename(context.GetFullPath(),
+                                       context.GetConnectionInfo().computer_name, "Conflict");
+    return renamed < 0 ? static_cast<int>(ERR_SYS) : static_cast<int>(ERR_INT);
+  }
+  if (!known.is_behind) return 0;
+  // The folder goes first, since its removal waits for the pull. The file is news then.
+  auto callback = std::make_unique<CreateEventCallback>();
+  callback->SetLocalRemoveEvent(context.GetPath(), true);
+  SetErrorAction(ACTION_DONE, std::move(callback));
+  return ERR_INT;
 }
 
 // It was recorded as existing, and the watcher's event may have come before that.

@@ -30,6 +30,7 @@ class UploadLocalHandler : public EventHandler {
   int TestUploadLocalFilter(const File& local_file);
   int HandleFilteredEvent(int filter_type);
   int CheckAndHandleBaseNameConflict();
+  int CheckReplacedFolder(const File& local_file, const DBFileInfo& db_info);
   void CheckAndHandleFileRemovedDuringUpload(const File& local_file);
   static bool IsFakeUploadLocalEvent() { return false; }
   std::uint32_t AdjustMtime(std::uint32_t mtime) const;
@@ -79,7 +80,7 @@ class UploadLocalHandler : public EventHandler {
 
   // upload-commit.cpp: what comes of it
   int HandleUploadResponseError(std::uint32_t error_code);
-  bool PushFolderAbove();
+  int PushFolderAbove();
   int RefuseForAccess(std::uint32_t error_code);
   void RescanLater(std::uint32_t error_code, int result) const;
   int CommitDatabase(const PObject& request, const PObject& response, const DBFileInfo& db_info,

@@ -88,9 +88,10 @@ int FilterHelper::TestDirectory(const EventContext& context, const ustring& path
 }
 
 int FilterHelper::CheckFileByPlatform(const ustring& full_path) {
-  if (IsValidNode(full_path)) return 0;
+  const NodeState state = LookAtNode(full_path);
+  if (state == NodeState::kValid) return 0;
   HANDLER_INFO("'%s' is not a valid node", full_path);
-  return kNotAValidNode;
+  return state == NodeState::kUnknown ? kNotLookedAt : kNotAValidNode;
 }
 
 bool FilterHelper::CheckIfiWorkZipFile(const ustring&) { return false; }

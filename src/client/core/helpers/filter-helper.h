@@ -9,7 +9,10 @@ namespace tolven {
 class EventContext;
 
 struct FilterHelper {
-  // The rules of the process, for the event's path.
+  // No filter's code: the node could not be looked at, so the event is to be tried again.
+  static constexpr int kNotLookedAt = -2458;
+
+  // The rules of the process, for the event's path, or kNotLookedAt.
   static int TestSystemFilter(const EventContext& context);
   // The rules of the session, for the event's path: the white list, which gives -262, then the
   // black lists.
@@ -22,7 +25,7 @@ struct FilterHelper {
                           const ustring& full_path);
   static int TestDirectory(const EventContext& context, const ustring& path,
                            const ustring& full_path);
-  // 0, or -2457 for a node that can never be synced.
+  // 0, or -2457 for a node that can never be synced, or kNotLookedAt.
   static int CheckFileByPlatform(const ustring& full_path);
   // For a platform on which folders of some programs count as files: never here.
   static bool CheckIfiWorkZipFile(const ustring& path);
