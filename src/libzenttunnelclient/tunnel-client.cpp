@@ -40,8 +40,8 @@ class Waiting {
         slice_(static_cast<int>(
             std::clamp<std::int64_t>(Milliseconds(tv_sec, tv_usec), 1, kAbortSliceMs))),
         // One wait there is in any case.
-        timeout_(std::max<std::int64_t>({std::int64_t{timeout} * 1000,
-                                         Milliseconds(tv_sec, tv_usec), 1})),
+        timeout_(std::max<std::int64_t>(
+            {std::int64_t{timeout} * 1000, Milliseconds(tv_sec, tv_usec), 1})),
         abort_(abort) {}
 
   bool IsAborted() const { return IsSet(abort_); }
