@@ -54,10 +54,10 @@ else()
   set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
   set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
   set(CPACK_PACKAGE_DESCRIPTION
-      "tolven-daemon keeps folders in two-way sync with folders on a server, with deltas,
-conflict copies, filters and a recycle bin. tolvenctl runs it and shows what it
-does; tolven-server is the server. A systemd user unit keeps folders in sync
-while their user is logged in.")
+      "tolven-daemon keeps folders in two-way sync with folders on a server, with
+deltas, conflict copies, filters and a recycle bin. tolvenctl runs it and shows
+what it does; tolven-server is the server. A systemd user unit keeps folders in
+sync while their user is logged in.")
 endif()
 foreach(text IN LISTS tolven_texts)
   get_filename_component(folder "${text}" DIRECTORY)
