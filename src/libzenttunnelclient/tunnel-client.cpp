@@ -37,9 +37,11 @@ class Waiting {
  public:
   Waiting(SSL* ssl, long tv_sec, long tv_usec, int timeout, const std::atomic<int>* abort)
       : fd_(SSL_get_fd(ssl)),
-        slice_(static_cast<int>(std::clamp<std::int64_t>(
-            std::int64_t{tv_sec} * 1000 + tv_usec / 1000, 1, kAbortSliceMs))),
-        timeout_(std::int64_t{timeout} * 1000),
+        slice_(static_cast<int>(
+            std::clamp<std::int64_t>(Milliseconds(tv_sec, tv_usec), 1, kAbortSliceMs))),
+        // One wait there is in any case.
+        timeout_(std::max<std::int64_t>(
+            {std::int64_t{timeout} * 1000, Milliseconds(tv_sec, tv_usec), 1})),
         abort_(abort) {}
 
   bool IsAborted() const { return IsSet(abort_); }
@@ -48,14 +50,18 @@ class Waiting {
     while (!IsAborted()) {
       const platform::Status status = platform::sockets().Wait(fd_, what, slice_);
       const bool is_over = platform::clock().MonotonicMilliseconds() - start_ >= timeout_;
-      if (status.ok()) return is_over && timeout_ > 0 ? kTunnelTimedOut : 0;
-      if (!status.is(platform::ErrorKind::kTimedOut)) return kTunnelBroken;
+      if (!status.ok() && !status.is(platform::ErrorKind::kTimedOut)) return kTunnelBroken;
       if (is_over) return kTunnelTimedOut;
+      if (status.ok()) return 0;
     }
     return kTunnelBroken;
   }
 
  private:
+  static std::int64_t Milliseconds(std::int64_t seconds, std::int64_t microseconds) {
+    return seconds * 1000 + microseconds / 1000;
+  }
+
   const platform::NativeSocket fd_;
   const int slice_;
   const std::int64_t timeout_;
@@ -139,7 +145,7 @@ void ReadStatus(std::string_view line, int& status) {
   if (!line.starts_with(kStatusKey)) return;
   line.remove_prefix(kStatusKey.size());
   line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-  if (line.starts_with('+')) line.remove_prefix(1);
+  if (line.starts_with('+') && !line.starts_with("+-")) line.remove_prefix(1);
   int value = 0;
   const auto read = std::from_chars(line.data(), line.data() + line.size(), value);
   if (read.ec == std::errc::result_out_of_range) value = kTunnelRefused;

@@ -73,8 +73,14 @@ class ForwardingVolumeMonitor : public VolumeMonitor, protected Forwarding {
   ForwardingVolumeMonitor(std::unique_ptr<VolumeMonitor> base, CallHook hook)
       : Forwarding(std::move(hook)), base_(std::move(base)) {}
 
-  Status Run(const std::function<void(const ustring&)>& gone) override {
-    return Do("Run", [&] { return base_->Run(gone); });
+  Status Prepare(const ustring& name, Step& step) override {
+    return Do("Prepare", [&] { return base_->Prepare(name, step); });
+  }
+  Status Run(const ustring& title, Listener& listener) override {
+    return Do("Run", [&] { return base_->Run(title, listener); });
+  }
+  Status Release() override {
+    return Do("Release", [&] { return base_->Release(); });
   }
   void Stop() override {
     (void)Ask("Stop");

@@ -21,11 +21,14 @@ class LinuxVolumeMonitor : public VolumeMonitor {
     if (stop_ >= 0) ::close(stop_);
   }
 
-  Status Run(const std::function<void(const ustring&)>& gone) override {
+  Status Prepare(const ustring&, Step&) override { return {}; }
+  Status Release() override { return {}; }
+
+  Status Run(const ustring&, Listener& listener) override {
     if (stop_ < 0) return StatusFromErrno(create_error_);
     const int table = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
     if (table < 0) return LastError();
-    const Status status = Watch(table, gone);
+    const Status status = Watch(table, listener);
     ::close(table);
     return status;
   }
@@ -37,7 +40,7 @@ class LinuxVolumeMonitor : public VolumeMonitor {
 
  private:
   // A changed table is an urgent condition of the open file, until it is polled again.
-  Status Watch(int table, const std::function<void(const ustring&)>& gone) {
+  Status Watch(int table, Listener& listener) const {
     std::string text;
     Status status = ReadWhole(table, text);
     std::vector<Mount> before = ParseMounts(text);
@@ -48,7 +51,7 @@ class LinuxVolumeMonitor : public VolumeMonitor {
       status = ReadWhole(table, text);
       if (!status.ok()) return status;
       std::vector<Mount> after = ParseMounts(text);
-      for (const std::string& point : GonePoints(before, after)) gone(point);
+      for (const std::string& point : GonePoints(before, after)) listener.OnGone(point);
       before = std::move(after);
     }
     return status;

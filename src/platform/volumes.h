@@ -1,7 +1,7 @@
 // Volumes: what kind of drive a path lies on, and the news that one went away.
 #pragma once
 
-#include <functional>
+#include <cstdint>
 #include <memory>
 
 #include "platform/status.h"
@@ -11,14 +11,32 @@ namespace tolven::platform {
 
 enum class DriveKind { kUnknown, kFixed, kRemovable, kRemote, kOptical, kRamDisk };
 
-// Watches for volumes that go away. Run and Stop may be called from different threads, Stop also
-// before Run; Run then returns at once.
+// Watches for volumes that go away: Prepare, Run and Release in this order, by one thread. Only
+// Stop may be called by others, at any time; a Run that comes later returns at once.
 class VolumeMonitor {
  public:
+  // What a system tells, on the thread of Run.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    // The mount point (Linux) of a volume that went away.
+    virtual void OnGone(const ustring& volume) = 0;
+    // A notification about devices (Windows), whatever it says. `unit_mask` tells the drives of a
+    // volume, bit 0 is "A"; other devices have none.
+    virtual void OnDeviceChange(std::uint32_t event, bool is_volume, std::uint32_t unit_mask) = 0;
+    // Any other message to the window (Windows).
+    virtual void OnMessage(std::uint32_t message) = 0;
+  };
+  enum class Step { kProgram, kRegistration };  // of Prepare
+
   virtual ~VolumeMonitor() = default;
-  // `gone` gets the drive letter (Windows) or the mount point (Linux), on the thread of Run, which
-  // returns after Stop or when the system's notification could not be set up.
-  virtual Status Run(const std::function<void(const ustring&)>& gone) = 0;
+  // Sets up what Run needs; `step` tells where that failed. `name`: of the window's class
+  // (Windows).
+  virtual Status Prepare(const ustring& name, Step& step) = 0;
+  // Returns after Stop, or when the system's notification could not be set up. `title`: of the
+  // window (Windows), which is never shown.
+  virtual Status Run(const ustring& title, Listener& listener) = 0;
+  virtual Status Release() = 0;
   virtual void Stop() = 0;
 };
 

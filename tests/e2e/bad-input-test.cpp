@@ -143,6 +143,11 @@ TEST_P(OlderServer, DoesAllThatOthersDo) {
   });
   EXPECT_EQ(LogHas(b, "download-remote-handler-v0("), is_v0);
   EXPECT_EQ(LogHas(b, "download-remote-handler("), !is_v0);
+  // What an old server tells of the root is left alone.
+  int roots = 0;
+  b.Query("SELECT 1 FROM event_table WHERE path = '/' AND syncID > 0;",
+          [&](sqlite3_stmt*) { ++roots; });
+  EXPECT_EQ(roots, is_v0 ? 0 : 1);
   int lists = 0;
   b.Query("SELECT 1 FROM event_table WHERE aclAttribute <> '';", [&](sqlite3_stmt*) { ++lists; });
   EXPECT_EQ(lists, 0);

@@ -42,7 +42,7 @@ TEST(ForwardingTest, ARefusedCallIsNotMade) {
   EXPECT_EQ(who.LocalAppData(text).kind, ErrorKind::kAccessDenied);
   EXPECT_EQ(who.OwnerOfPeer(0), PeerOwner::kUnknown);
   EXPECT_EQ(drives.KindOf("/"), DriveKind::kUnknown);
-  EXPECT_EQ(drives.NewMonitor()->Run([](const ustring&) {}).kind, ErrorKind::kAccessDenied);
+  EXPECT_EQ(drives.NewMonitor()->Release().kind, ErrorKind::kAccessDenied);
   EXPECT_EQ(bin.MoveToTrash("/none").kind, ErrorKind::kAccessDenied);
   EXPECT_EQ(text, "untouched");
 }

@@ -3,7 +3,9 @@
 
 #include <filesystem>
 #include <future>
+#include <set>
 #include <thread>
+#include <vector>
 
 #include "platform/files.h"
 #include "platform/identity.h"
@@ -183,29 +185,54 @@ LRESULT Broadcast(HWND window, DWORD type, WPARAM event, DWORD mask) {
   return ::SendMessageW(window, WM_DEVICECHANGE, event, reinterpret_cast<LPARAM>(&data));
 }
 
-TEST(VolumesTest, TellsOfAVolumeThatGoesAway) {
+class WhatIsTold : public VolumeMonitor::Listener {
+ public:
+  void OnGone(const ustring& volume) override { ADD_FAILURE() << volume; }
+  void OnDeviceChange(std::uint32_t event, bool is_volume, std::uint32_t unit_mask) override {
+    changes.push_back({event, is_volume ? 1U : 0U, unit_mask});
+  }
+  void OnMessage(std::uint32_t message) override { messages.insert(message); }
+
+  std::vector<std::vector<std::uint32_t>> changes;
+  std::set<std::uint32_t> messages;
+};
+
+TEST(VolumesTest, TellsWhatItsWindowHears) {
+  const ustring name = "TolvenhubTestClass", title = "a window that nobody sees";
+  VolumeMonitor::Step step{};
+  WhatIsTold none, told;
   const auto stopped = volumes().NewMonitor();
   stopped->Stop();
-  EXPECT_TRUE(stopped->Run([](const ustring&) {}).ok());
+  ASSERT_TRUE(stopped->Prepare(name, step).ok());
+  EXPECT_TRUE(stopped->Run(title, none).ok());
+  EXPECT_TRUE(stopped->Release().ok());
+  EXPECT_FALSE(stopped->Run(title, none).ok());
 
   const auto monitor = volumes().NewMonitor();
-  std::vector<std::string> gone;
-  std::thread runner([&] {
-    EXPECT_TRUE(monitor->Run([&gone](const ustring& drive) { gone.push_back(drive.str()); }).ok());
-  });
+  ASSERT_TRUE(monitor->Prepare(name, step).ok());
+  std::thread runner([&] { EXPECT_TRUE(monitor->Run(title, told).ok()); });
   HWND window = nullptr;
   while (window == nullptr) {
-    window = ::FindWindowW(L"TolvenhubWindowClass", L"Tolvenhub");
+    window = ::FindWindowW(L"TolvenhubTestClass", L"a window that nobody sees");
     std::this_thread::yield();
   }
   Broadcast(window, DBT_DEVTYP_VOLUME, DBT_DEVICEREMOVECOMPLETE, 0b110000);
   Broadcast(window, DBT_DEVTYP_PORT, DBT_DEVICEREMOVECOMPLETE, 1);
   Broadcast(window, DBT_DEVTYP_VOLUME, DBT_DEVICEARRIVAL, 1);
+  ::SendMessageW(window, WM_DEVICECHANGE, DBT_DEVICEREMOVECOMPLETE, 0);
   ::SendMessageW(window, WM_DEVICECHANGE, DBT_DEVNODES_CHANGED, 0);
+  ::SendMessageW(window, WM_USER, 0, 0);
   monitor->Stop();
   runner.join();
-  EXPECT_THAT(gone, ::testing::ElementsAre("E"));
-  EXPECT_EQ(::FindWindowW(L"TolvenhubWindowClass", nullptr), nullptr);
+  EXPECT_TRUE(monitor->Release().ok());
+  EXPECT_THAT(told.changes,
+              ::testing::ElementsAre(::testing::ElementsAre(DBT_DEVICEREMOVECOMPLETE, 1, 0b110000),
+                                     ::testing::ElementsAre(DBT_DEVICEREMOVECOMPLETE, 0, 0),
+                                     ::testing::ElementsAre(DBT_DEVICEARRIVAL, 0, 0),
+                                     ::testing::ElementsAre(DBT_DEVICEREMOVECOMPLETE, 0, 0),
+                                     ::testing::ElementsAre(DBT_DEVNODES_CHANGED, 0, 0)));
+  EXPECT_THAT(told.messages, ::testing::Contains(std::uint32_t{WM_USER}));
+  EXPECT_EQ(::FindWindowW(L"TolvenhubTestClass", nullptr), nullptr);
 }
 
 TEST(TrashTest, MovesFilesAndWholeFolders) {

@@ -8,17 +8,10 @@ namespace tolven {
 namespace {
 
 constexpr char kCategory[] = "detector_vol_debug";
-constexpr char kLoopCategory[] = "runloop_debug";
-
-void OnVolumeGone(const ustring& volume) {
-  Logger::LogMsg(Logger::L_ERR, kLoopCategory,
-                 L"[ERROR] runloop-win(%d): WinProcCallback: DBT_DEVICEREMOVECOMPLETE\n", __LINE__);
-  WinUmountNotifyer::GetInstance().NotifyUnmount(volume);
-}
+constexpr char kClassName[] = "TolvenhubWindowClass";
+constexpr char kAppName[] = "Tolvenhub";
 
 }  // namespace
-
-DetectorVol::DetectorVol() : monitor_(platform::volumes().NewMonitor()) {}
 
 DetectorVol::~DetectorVol() { WinUmountNotifyer::GetInstance().Clear(); }
 
@@ -31,21 +24,20 @@ void DetectorVol::RemoveWatch(std::uint64_t sess_id) {
 }
 
 int DetectorVol::Stop() {
-  monitor_->Stop();
+  m_run_loop.RunLoopStop();
   return Task::Stop();
 }
 
 void DetectorVol::DoTask() {
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] detector-win-vol(%d): DetectorVol:start\n",
                  __LINE__);
-  const platform::Status status = monitor_->Run(OnVolumeGone);
-  if (!status.ok()) {
-    Logger::LogMsg(Logger::L_ERR, kLoopCategory,
-                   L"[ERROR] runloop-win(%d): WinRunLoop: CreateWindowEx Failed(%d)\n", __LINE__,
-                   status.code);
+  if (m_run_loop.InitWindowClass(kClassName, kAppName) < 0) {
     Logger::LogMsg(Logger::L_ERR, kCategory,
                    L"[ERROR] detector-win-vol(%d): Failed to InitWindowClass\n", __LINE__);
+    return;
   }
+  m_run_loop.RunLoopRun();
+  m_run_loop.UnregisterWindowClass();
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"[DEBUG] detector-win-vol(%d): DetectorVol:stop\n",
                  __LINE__);
 }

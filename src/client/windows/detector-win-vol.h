@@ -1,19 +1,18 @@
 // The task that waits for volumes to go away and has the sessions on them reported. Messages go to
-// "detector_vol_debug", those of the system's notification to "runloop_debug".
+// "detector_vol_debug".
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
 #include "client/core/task.h"
-#include "platform/volumes.h"
+#include "client/windows/win-run-loop.h"
 #include "ustring/ustring.h"
 
 namespace tolven {
 
 class DetectorVol : public Task {
  public:
-  DetectorVol();
+  DetectorVol() = default;
   // All sessions end with the tasks: none is reported any more, and none stands in the way of the
   // folder that its number gets next.
   ~DetectorVol() override;
@@ -26,7 +25,7 @@ class DetectorVol : public Task {
   void RemoveWatch(std::uint64_t sess_id);
 
  private:
-  const std::unique_ptr<platform::VolumeMonitor> monitor_;
+  WinRunLoop m_run_loop;
 };
 
 }  // namespace tolven

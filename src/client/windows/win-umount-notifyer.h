@@ -10,8 +10,7 @@
 
 namespace tolven {
 
-// The object is itself what Lock() takes. Operations may be called from any thread; messages go to
-// "umount_notifyer_debug".
+// Operations may be called from any thread; messages go to "umount_notifyer_debug".
 class WinUmountNotifyer {
  public:
   static WinUmountNotifyer& GetInstance();
