@@ -253,12 +253,23 @@ std::string Round::MoveRoot(Side& side, bool away) {
   return away ? "gone" : "back";
 }
 
-// A session that is added anew is merged, so that what was removed before may come back. A daemon
-// that was killed does not know that the server got an upload of what was removed meanwhile.
+// A session that is added anew is merged, so that what was removed before may come back. So may
+// what was removed while the root was away, and what the server got without its answer being heard.
 bool Round::MayBringBack(const Operation& operation) const {
-  const bool is_alones = &sides_.at(static_cast<std::size_t>(operation.side)) == alone_;
-  return (operation.action >= Action::kHide && operation.action <= Action::kAddAnew) ||
-         (operation.action == Action::kKill && is_alones);
+  switch (operation.action) {
+    case Action::kHide:
+    case Action::kShow:
+    case Action::kAddAnew:
+    case Action::kKillServer:
+      return true;
+    case Action::kKill:
+    case Action::kTakeRoot:
+    case Action::kDropLinks:
+    case Action::kFailCalls:
+      return &sides_.at(static_cast<std::size_t>(operation.side)) == alone_;
+    default:
+      return false;
+  }
 }
 
 void Round::LookForMeddling() {
