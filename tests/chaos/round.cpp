@@ -71,11 +71,12 @@ void Round::Fail(const std::string& text) {
   problems_.push_back(text);
 }
 
-bool Round::Run(std::size_t operations, std::size_t phases) {
+bool Round::Run(std::size_t operations, std::size_t phases, bool with_lone_users) {
   const std::vector<Operation> plan = MakePlan(seed_, operations);
   for (std::size_t phase = 0; phase < phases && problems_.empty(); ++phase) {
     const std::size_t end = plan.size() * (phase + 1) / phases;
-    alone_ = phase % 2 == 0 ? nullptr : &sides_.at((seed_ + phase / 2) % sides_.size());
+    const bool is_lone = with_lone_users && phase % 2 != 0;
+    alone_ = is_lone ? &sides_.at((seed_ + phase / 2) % sides_.size()) : nullptr;
     if (alone_ != nullptr) {
       Note("only " + alone_->name + " is at work");
       left_ = Oracle::Folder(alone_->root);
