@@ -175,7 +175,7 @@ int FileEventDB::setSingleRecord(const DBFileInfo& info) {
       RemoveSignature(static_cast<std::uint64_t>(sqlite3_last_insert_rowid(m_db.get()))) != 0) {
     return -1;
   }
-  return Unpark(info.path);
+  return Unpark(info);
 }
 
 // A row that is there keeps its id.
@@ -196,16 +196,24 @@ int FileEventDB::Upsert(const DBFileInfo& info, const StoredContent& before) {
                                     static_cast<unsigned long long>(before.row_id)));
 }
 
-int FileEventDB::Unpark(const ustring& path) {
-  sqlite3_stmt* const local = m_db.Prepare(__LINE__, event_db::kUnparkLocal,
-                                           "DELETE FROM local_filter_table WHERE path = ?1;");
-  sqlite3_stmt* const server = m_db.Prepare(__LINE__, event_db::kUnparkServer,
-                                            "DELETE FROM server_filter_table WHERE path = ?1;");
+// There is nothing below a file, unless the server told of it since.
+int FileEventDB::Unpark(const DBFileInfo& info) {
+  sqlite3_stmt* const local =
+      m_db.Prepare(__LINE__, event_db::kUnparkLocal,
+                   "DELETE FROM local_filter_table WHERE path = ?1 OR (?2 <> 0 AND path > ?1 || "
+                   "'/' AND path < ?1 || '0');");
+  sqlite3_stmt* const server =
+      m_db.Prepare(__LINE__, event_db::kUnparkServer,
+                   "DELETE FROM server_filter_table WHERE path = ?1 OR (?2 <> 0 AND path > ?1 || "
+                   "'/' AND path < ?1 || '0' AND syncID <= ?3);");
   if (local == nullptr || server == nullptr) return -1;
   for (sqlite3_stmt* const statement : {local, server}) {
     const ResetAtEnd reset(statement);
     ColumnBinder bind(statement);
-    bind("path", path);
+    bind("path", info.path);
+    bind("isFile", info.fileType == 0 ? 1 : 0);
+    if (statement == server) bind("syncID", info.syncID);
+    if (bind.code() != SQLITE_OK) return m_db.Fail(__LINE__, "sqlite3_bind", bind.code());
     if (m_db.Step(__LINE__, statement) != 0) return -1;
     if (statement == server && sqlite3_changes(m_db.get()) > 0) ForgetServerFolders();
   }

@@ -218,10 +218,11 @@ int FileEventDB::getUncertain(std::vector<ustring>& paths) {
                     "(SELECT path FROM event_table WHERE isExist = 1);",
                     kUncertain, kAfterUncertain));
   if (forgotten != 0) return -1;
-  const int rows = m_db.Query(__LINE__,
-                              Sql("SELECT substr(key, %d) FROM config_table WHERE key GLOB '%q*';",
-                                  kAfterUncertain, kUncertain),
-                              [&paths](sqlite3_stmt* row) { paths.emplace_back(ColumnText(row, 0)); });
+  const int rows =
+      m_db.Query(__LINE__,
+                 Sql("SELECT substr(key, %d) FROM config_table WHERE key GLOB '%q*';",
+                     kAfterUncertain, kUncertain),
+                 [&paths](sqlite3_stmt* row) { paths.emplace_back(ColumnText(row, 0)); });
   return rows < 0 ? -1 : 0;
 }
 

@@ -92,8 +92,9 @@ class FileEventDB {
   int fillServerColumns(const ustring& path, DBFileInfo& info);
   // Writes all columns of the row of info.path, as existing. Ancestors that have no row get one as
   // directories, and each one's maxSyncID is raised to info.maxSyncID; the path leaves the filter
-  // tables. For a file, `signaturePath` is moved into the store when not empty: a failure of that
-  // is only warned of. A signature of another content is removed first.
+  // tables, for a file with all below it. For a file, `signaturePath` is moved into the store when
+  // not empty: a failure of that is only warned of. A signature of another content is removed
+  // first.
   int setEventInfo(const DBFileInfo& info);
   int updateEventRecordLocalMtime(const ustring& path, std::uint32_t mtime);
 
@@ -198,7 +199,7 @@ class FileEventDB {
   int WriteRecord(const DBFileInfo& info) REQUIRES(m_dbMutex);
   int setSingleRecord(const DBFileInfo& info) REQUIRES(m_dbMutex);
   int Upsert(const DBFileInfo& info, const StoredContent& before) REQUIRES(m_dbMutex);
-  int Unpark(const ustring& path) REQUIRES(m_dbMutex);
+  int Unpark(const DBFileInfo& info) REQUIRES(m_dbMutex);
   int updateParentRecord(const ustring& path, std::uint64_t maxSyncID, std::uint32_t mtime,
                          std::uint32_t localMtime) REQUIRES(m_dbMutex);
   // How many rows were raised, or -1.

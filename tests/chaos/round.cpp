@@ -71,11 +71,12 @@ void Round::Fail(const std::string& text) {
   problems_.push_back(text);
 }
 
-bool Round::Run(std::size_t operations, std::size_t phases) {
+bool Round::Run(std::size_t operations, std::size_t phases, bool with_lone_users) {
   const std::vector<Operation> plan = MakePlan(seed_, operations);
   for (std::size_t phase = 0; phase < phases && problems_.empty(); ++phase) {
     const std::size_t end = plan.size() * (phase + 1) / phases;
-    alone_ = phase % 2 == 0 ? nullptr : &sides_.at((seed_ + phase / 2) % sides_.size());
+    const bool is_lone = with_lone_users && phase % 2 != 0;
+    alone_ = is_lone ? &sides_.at((seed_ + phase / 2) % sides_.size()) : nullptr;
     if (alone_ != nullptr) {
       Note("only " + alone_->name + " is at work");
       left_ = Oracle::Folder(alone_->root);
@@ -253,12 +254,23 @@ std::string Round::MoveRoot(Side& side, bool away) {
   return away ? "gone" : "back";
 }
 
-// A session that is added anew is merged, so that what was removed before may come back. A daemon
-// that was killed does not know that the server got an upload of what was removed meanwhile.
+// A session that is added anew is merged, so that what was removed before may come back. So may
+// what was removed while the root was away, and what the server got without its answer being heard.
 bool Round::MayBringBack(const Operation& operation) const {
-  const bool is_alones = &sides_.at(static_cast<std::size_t>(operation.side)) == alone_;
-  return (operation.action >= Action::kHide && operation.action <= Action::kAddAnew) ||
-         (operation.action == Action::kKill && is_alones);
+  switch (operation.action) {
+    case Action::kHide:
+    case Action::kShow:
+    case Action::kAddAnew:
+    case Action::kKillServer:
+      return true;
+    case Action::kKill:
+    case Action::kTakeRoot:
+    case Action::kDropLinks:
+    case Action::kFailCalls:
+      return &sides_.at(static_cast<std::size_t>(operation.side)) == alone_;
+    default:
+      return false;
+  }
 }
 
 void Round::LookForMeddling() {

@@ -29,10 +29,10 @@ class Round {
   ~Round();
 
   // Whether everything was as it must be; Problems() tells what was not.
-  // The plan of `operations` is cut into `phases`, and all is mended and judged after each. In
-  // every other one only one of the two users is at work, and nobody else may change that user's
-  // folder.
-  bool Run(std::size_t operations, std::size_t phases);
+  // The plan of `operations` is cut into `phases`, and all is mended and judged after each. With
+  // lone users, only one of the two is at work in every other phase, and nobody else may change
+  // that user's folder.
+  bool Run(std::size_t operations, std::size_t phases, bool with_lone_users);
   const std::vector<std::string>& problems() const { return problems_; }
   const std::vector<std::string>& trace() const { return trace_; }
   const Figures& figures() const { return figures_; }

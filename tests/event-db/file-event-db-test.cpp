@@ -85,6 +85,36 @@ TEST_F(EventDb, RemovalTakesThePathAndNothingThatOnlyLooksLikeIt) {
   EXPECT_TRUE(Has("/docs.zip") && Has("/docs - Copy"));
 }
 
+TEST_F(EventDb, NothingStaysParkedBelowAFileButWhatIsNewer) {
+  FilteredEvent parked;
+  parked.filter_type = FilteredEvent::FILTERED_SELECTIVE_SYNC;
+  const auto park = [&](const char* path, bool is_server, std::uint64_t sync_id) {
+    parked.path = path;
+    parked.is_server = is_server;
+    parked.sync_id = sync_id;
+    EXPECT_EQ(is_server ? db_.setServerFilteredEvent(parked) : db_.setLocalFilteredEvent(parked),
+              0);
+  };
+  const auto count = [&](bool is_server) {
+    std::vector<FilteredEvent> found;
+    constexpr int kAll = FileEventDB::FILTER_FLAG_INCLUDE_CHILD;
+    EXPECT_EQ(is_server ? db_.getServerFilteredEvent(FilteredEvent::FILTERED_ALL, "/", kAll, found)
+                        : db_.getLocalFilteredEvent(FilteredEvent::FILTERED_ALL, "/", kAll, found),
+              0);
+    return found.size();
+  };
+  for (const char* path : {"/a/old", "/a b", "/a.x", "/a0", "/a/x/y"}) {
+    park(path, true, 5);
+    park(path, false, 0);
+  }
+  park("/a/new", true, 9);
+  Put("/a", 7, "", 1);
+  EXPECT_EQ(count(true), 6U) << "a folder";
+  Put("/a", 7, "h");
+  EXPECT_EQ(count(true), 4U);
+  EXPECT_EQ(count(false), 3U);
+}
+
 TEST_F(EventDb, ASignatureNeverStandsBesideAnotherContent) {
   DBFileInfo info;
   info.path = "/file";

@@ -197,9 +197,21 @@ TEST_F(UploadHandlerTest, SendsWholeTouchedOrNothing) {
   EXPECT_EQ(first.fileSize, 7u);
   EXPECT_EQ(first.fileModTime, first.localFileModTime);
   EXPECT_TRUE(fs::exists(first.signaturePath.str()));
-  // Nothing changed.
-  EXPECT_EQ(Handle("/file"), 0);
-  Asked(0);
+  // Nothing changed, so that what is parked of this version has nothing to tell.
+  FilteredEvent parked;
+  parked.path = "/file";
+  parked.is_server = parked.is_exist = true;
+  parked.filter_type = FilteredEvent::FILTERED_SELECTIVE_SYNC;
+  for (const std::uint64_t version : {9u, 5u}) {
+    parked.sync_id = version;
+    ASSERT_EQ(entry_.event_db->setServerFilteredEvent(parked), 0);
+    EXPECT_EQ(Handle("/file"), 0);
+    Asked(0);
+    std::vector<FilteredEvent> left;
+    EXPECT_EQ(
+        entry_.event_db->getServerFilteredEvent(FilteredEvent::FILTERED_ALL, "/file", 0, left), 0);
+    EXPECT_EQ(left.size(), version == 5 ? 0u : 1u);
+  }
   // Only its time did.
   Touch("/file", 50);
   answer_ = [](const PObject&) { return Version(6); };

@@ -6,6 +6,7 @@
 #include "client/core/event-generator.h"
 #include "client/core/filters/preliminary-filter.h"
 #include "client/core/handlers/force-download-handler.h"
+#include "client/core/handlers/remove-local-handler.h"
 #include "client/core/handlers/rescan-handler.h"
 #include "client/event-path.h"
 #include "handlers/download-fixture.h"
@@ -311,6 +312,60 @@ TEST_F(Download, ForcedFetchesWhatIsGoneAndForgetsNothing) {
   EXPECT_EQ(Handle(forced, event), 0);
   EXPECT_EQ(Read("/file"), "parked");
   EXPECT_EQ(Row("/file").syncID, 8U);
+}
+
+TEST_F(Download, ForcedTakesTheKindOfWhatIsParkedAndItsRemoval) {
+  ForceDownloadHandler forced;
+  const auto park = [&](const Event& event) {
+    EXPECT_EQ(Db().setServerFilteredEvent(
+                  FileEventDB::ToFilteredEvent(event, FilteredEvent::FILTERED_SELECTIVE_SYNC)),
+              0);
+  };
+  PutSyncedFolder("/kind", 4);
+  std::filesystem::remove(Place("/kind").str());
+  park(Change("/kind", 8, "a file now"));
+  answer_ = [&](const PObject&) { return Whole("a file now", 8); };
+  EXPECT_EQ(Handle(forced, FolderChange("/kind", kForcedDownload)), 0);
+  EXPECT_EQ(Read("/kind"), "a file now");
+  EXPECT_TRUE(Row("/kind").IsFile());
+  TakeRequests();
+
+  PutSynced("/gone", "synced", 5);
+  std::filesystem::remove(Place("/gone").str());
+  Event removal = Change("/gone", 8, "");
+  removal.m_type = Event::EV_REMOVE;
+  park(removal);
+  EXPECT_EQ(Handle(forced, Change("/gone", kForcedDownload, "synced")), 0);
+  EXPECT_NE(dynamic_cast<CreateEventCallback*>(controller_.GetErrorCallback()), nullptr);
+  EXPECT_THAT(TakeRequests(), IsEmpty());
+  EXPECT_EQ(Parked(FilteredEvent::FILTERED_ALL).size(), 1U);
+  RemoveLocalHandler remove;
+  EXPECT_EQ(Handle(remove, removal), 0);
+  EXPECT_EQ(Row("/gone").syncID, 0U);
+  EXPECT_THAT(Parked(FilteredEvent::FILTERED_ALL), IsEmpty());
+}
+
+TEST_F(Download, ARemovalForgetsWhatIsParkedBelowAndSparesWhatCameBack) {
+  RemoveLocalHandler remove;
+  PutSyncedFolder("/folder", 4);
+  PutSynced("/folder/member", "synced", 5);
+  EXPECT_EQ(Db().setServerFilteredEvent(FileEventDB::ToFilteredEvent(
+                Change("/folder/member", 6, "parked"), FilteredEvent::FILTERED_SELECTIVE_SYNC)),
+            0);
+  Event removal = FolderChange("/folder", 7);
+  removal.m_type = Event::EV_REMOVE;
+  EXPECT_EQ(Handle(remove, removal), 0);
+  EXPECT_FALSE(Exists("/folder"));
+  EXPECT_THAT(Parked(FilteredEvent::FILTERED_ALL), IsEmpty());
+
+  // An upload found its file gone, and now it is there again.
+  WriteFile(Place("/back"), "new");
+  Event vanished = Change("/back", 0, "");
+  vanished.m_type = Event::EV_REMOVE;
+  EXPECT_EQ(Handle(remove, vanished), 0);
+  EXPECT_NE(dynamic_cast<CreateEventCallback*>(controller_.GetErrorCallback()), nullptr);
+  EXPECT_EQ(Read("/back"), "new");
+  EXPECT_THAT(Conflicts(), IsEmpty());
 }
 
 TEST_F(Download, RescansAndFiltersFirst) {

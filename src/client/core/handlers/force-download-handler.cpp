@@ -1,5 +1,9 @@
 #include "client/core/handlers/force-download-handler.h"
 
+#include <memory>
+#include <utility>
+
+#include "client/core/callbacks/create-event-callback.h"
 #include "client/core/event-generator.h"
 #include "client/core/file.h"
 #include "client/core/handlers/handler-log.h"
@@ -77,7 +81,14 @@ int ForceDownloadHandler::DownloadAnew(const DBFileInfo& db_info) {
   // A newer version may be parked for the path, and its own event gave way to this one.
   DBFileInfo told;
   if (db.getServerEventByPath(path, told) < 0) return ERR_SYS;
-  const bool is_newer = told.isExist != 0 && told.syncID > db_info.syncID;
+  const bool is_newer = told.syncID > db_info.syncID;
+  if (is_newer && told.isExist == 0) {
+    // There is nothing to fetch any more.
+    auto callback = std::make_unique<CreateEventCallback>();
+    callback->SetServerRemoveEvent(path, told.IsDir(), told.syncID, told.maxSyncID);
+    SetErrorAction(ACTION_DONE, std::move(callback));
+    return 0;
+  }
   HANDLER_INFO("Replace force download sync_id to synic_id in DB [%llu].", db_info.syncID);
   Event event = forced;
   event.m_sync_id = is_newer ? told.syncID : db_info.syncID;

@@ -92,6 +92,10 @@ bool RemoveLocalHandler::IsFakeRemoveLocalEvent(const File& local_file, int& res
     result = OnMissing();
     return true;
   }
+  if (db_info.syncID == 0 && IsOfUpload(event)) {
+    UploadWhatCameBack(local_file);
+    return true;
+  }
   if (db_info.syncID == 0 || db_info.maxSyncID <= event.m_max_id) return false;
   HANDLER_NOTE(
       "Worker (%d): Based sync id was changed. Can't remove local [%s]. db max_id = '%llu', event "
@@ -99,6 +103,16 @@ bool RemoveLocalHandler::IsFakeRemoveLocalEvent(const File& local_file, int& res
       GetWorkerId(), event.m_path, db_info.maxSyncID, event.m_max_id);
   if (local_file.IsDirectory()) result = Expand();
   return true;
+}
+
+// The server has nothing that it could be in conflict with. Its own event may have been merged into
+// this one.
+void RemoveLocalHandler::UploadWhatCameBack(const File& local_file) {
+  const ustring& path = GetContext().GetPath();
+  HANDLER_INFO("Worker (%d): File '%s' has come back before its upload.", GetWorkerId(), path);
+  auto callback = std::make_unique<CreateEventCallback>();
+  callback->SetUploadEvent(path, local_file.IsDirectory());
+  SetErrorAction(ACTION_DONE, std::move(callback));
 }
 
 int RemoveLocalHandler::OnMissing() {

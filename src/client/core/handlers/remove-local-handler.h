@@ -22,6 +22,7 @@ class RemoveLocalHandler : public EventHandler {
   int RemoveObject(File& local_file);
   // 0, -1, or 1 with nothing done: something in it is news.
   int ForgetParked();
+  void UploadWhatCameBack(const File& local_file);
   int Remove(File& file);
   int RemoveToRecycleBin(File& file);
   int MoveToRecycleBin(File& file, ustring& name);
