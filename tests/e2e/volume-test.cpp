@@ -133,9 +133,15 @@ TEST_F(Volume, WhatMayNotBeWrittenWaitsUntilItMay) {
   Write(b, "gone", "gone");
   ExpectBoth(a, b, {{"kept", "first"}, {"gone", "gone"}});
   PrivateMounts::Change(point_, 16 * kMegabyte, true);
+  // All in one batch: the next one is only asked for when nothing has moved for a minute.
+  a.TellSession("pause");
+  const std::uint64_t first = b.Version("/kept");
   Replace(b, "kept", "second");
   fs::remove((b / "gone").str());
   Write(b, "new", "new");
+  EXPECT_TRUE(
+      Eventually([&] { return b.Version("/kept") > first && Serves("/new") && !Serves("/gone"); }));
+  a.TellSession("resume");
   EXPECT_TRUE(Eventually([&] { return a.ToldLocked("/kept"); }));
   EXPECT_EQ(a.Files(), (Tree{{"kept", "first"}, {"gone", "gone"}}));
   PrivateMounts::Change(point_, 16 * kMegabyte);
@@ -151,9 +157,15 @@ TEST_F(Volume, AFileThatIsHeldFastWaitsUntilItIsLetGo) {
   ExpectBoth(a, b, first);
   const std::string kept = (a / "dir/kept").str(), gone = (a / "dir/gone").str();
   for (const std::string& file : {kept, gone}) PrivateMounts::Bind(file, file);
+  a.TellSession("pause");
+  const std::uint64_t number = b.Version("/dir/kept");
   Replace(b, "dir/kept", "second");
   fs::remove((b / "dir/gone").str());
   fs::remove((b / "loose").str());
+  EXPECT_TRUE(Eventually([&] {
+    return b.Version("/dir/kept") > number && !Serves("/dir/gone") && !Serves("/loose");
+  }));
+  a.TellSession("resume");
   EXPECT_TRUE(Eventually([&] {
     const std::string log = a.Log();
     return log.find("Failed to remove '/dir/gone'") != std::string::npos &&
