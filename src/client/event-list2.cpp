@@ -182,9 +182,9 @@ bool EventList2::HasReplacedServerEvent() const {
   return tree_.HasReplacedServerEvent();
 }
 
-bool EventList2::HasServerFileBehind(const ustring& path) const {
+bool EventList2::HasServerEventOfOtherKind(const ustring& path) const {
   MutexLock lock(mutex_);
-  return tree_.HasServerFileBehind(path.view());
+  return tree_.HasServerEventOfOtherKind(path.view());
 }
 
 void EventList2::TraverseTree() const {

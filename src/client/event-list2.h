@@ -66,8 +66,9 @@ class EventList2 {
   bool HasReplacedServerEvent() const;
   // Whether a change of the server is pending for something below `path`.
   bool HasServerEventBelow(const ustring& path) const;
-  // Whether one for a file waits until the event of the folder `path` has ended.
-  bool HasServerFileBehind(const ustring& path) const;
+  // Whether one for a file waits until the event of the folder `path` has ended, or the other way
+  // round.
+  bool HasServerEventOfOtherKind(const ustring& path) const;
 
   bool IsEmpty() const { return counters_.AreZero(); }
   int32_t GetServerEventCount() const { return counters_.Get(true); }

@@ -66,12 +66,16 @@ bool isMatchPrefix(const ustring& prefix, const ustring& path) {
                     [](char a, char b) { return Unified(a) == Unified(b); });
 }
 
-bool IsValidNode(const ustring& folder_path) {
-  if (IsOwnData(folder_path)) return false;
+bool IsValidNode(const ustring& folder_path) { return TestNode(folder_path) == NodeTest::VALID; }
+
+NodeTest TestNode(const ustring& folder_path) {
+  if (IsOwnData(folder_path)) return NodeTest::REFUSED;
   platform::NodeInfo info;
   const platform::Status status = Look(folder_path, info);
-  if (status.ok()) return IsAcceptable(info);
-  return status.is(platform::ErrorKind::kNotFound) || status.is(platform::ErrorKind::kNameTooLong);
+  if (status.ok()) return IsAcceptable(info) ? NodeTest::VALID : NodeTest::REFUSED;
+  const bool is_gone =
+      status.is(platform::ErrorKind::kNotFound) || status.is(platform::ErrorKind::kNameTooLong);
+  return is_gone ? NodeTest::VALID : NodeTest::UNKNOWN;
 }
 
 bool IsValidSyncFolder(const ustring& folder_path) {

@@ -15,6 +15,9 @@ bool IsValidSyncFolder(const ustring& folder_path);
 // FIFOs and sockets), offline and temporary files, and what cannot be looked at. A node that is
 // gone, or cannot be made for its long name, is no reason to refuse its event.
 bool IsValidNode(const ustring& folder_path);
+// The same, and apart from what is refused, what cannot be looked at now.
+enum class NodeTest { VALID, REFUSED, UNKNOWN };
+NodeTest TestNode(const ustring& folder_path);
 
 // Whether `path` begins with `prefix`, all separators of the platform being equal. The prefix may
 // end inside a component: "/a/Data" is one of "/a/Database".

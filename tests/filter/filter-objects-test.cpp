@@ -203,6 +203,7 @@ TEST(Policy, AttributesAndDrives) {
   EXPECT_TRUE(IsValidSyncFolder("/x"));
   files.status = {platform::ErrorKind::kAccessDenied, 13};
   EXPECT_FALSE(IsValidNode("/x") || IsValidSyncFolder("/x"));
+  EXPECT_EQ(TestNode("/x"), NodeTest::UNKNOWN);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "client/core/event-context.h"
 #include "client/core/handlers/handler-log.h"
 #include "client/core/server-record.h"
+#include "client/event-manager.h"
 #include "lib/policy.h"
 
 namespace tolven {
@@ -59,12 +60,23 @@ bool PreliminaryFilter::FilterLocalWatchNotExist(const Event&, const Registry::E
 
 bool PreliminaryFilter::FilterInvalidNode(const Event& event, const Registry::Entry& entry) {
   const ustring& full_path = GetContext().GetFullPath();
+  if (IsRoot(event)) return false;
+  const NodeTest node = TestNode(full_path);
   // The session's root may be a link; what is below it may not lie behind one.
-  const bool valid = IsRoot(event) ||
-                     (IsValidNode(full_path) && !LeadsThroughLink(entry.local_path, event.m_path));
+  const bool valid = node == NodeTest::VALID && !LeadsThroughLink(entry.local_path, event.m_path);
   if (valid) return false;
   HANDLER_INFO("Local event path '%s' is not a valid node", full_path);
+  if (node == NodeTest::UNKNOWN) KeepEvent(event);
   return true;
+}
+
+// The server tells its changes once more, but not for ever.
+void PreliminaryFilter::KeepEvent(const Event& event) {
+  if (event.isServerEvent()) {
+    EventManager::getInstance().CountUnappliedServerEvent(event.m_sess_id);
+  } else {
+    SetErrorAction(ACTION_RETURN_EVENT);
+  }
 }
 
 }  // namespace tolven

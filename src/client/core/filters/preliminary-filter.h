@@ -20,6 +20,8 @@ class PreliminaryFilter : public EventFilter {
   // For platforms on which a session's folder can be told missing by the way; never here.
   static bool FilterLocalWatchNotExist(const Event& event, const Registry::Entry& entry);
   bool FilterInvalidNode(const Event& event, const Registry::Entry& entry);
+  // Of a node that cannot be looked at now.
+  void KeepEvent(const Event& event);
 };
 
 }  // namespace tolven

@@ -88,7 +88,8 @@ int FilterHelper::TestDirectory(const EventContext& context, const ustring& path
 }
 
 int FilterHelper::CheckFileByPlatform(const ustring& full_path) {
-  if (IsValidNode(full_path)) return 0;
+  // What cannot be looked at now is not refused for good: whoever opens it next sees to that.
+  if (TestNode(full_path) != NodeTest::REFUSED) return 0;
   HANDLER_INFO("'%s' is not a valid node", full_path);
   return kNotAValidNode;
 }
