@@ -187,9 +187,9 @@ bool EventList2::HasServerFileEvent(const ustring& path) const {
   return tree_.HasServerFileEvent(path.view());
 }
 
-bool EventList2::HasServerFileBehind(const ustring& path) const {
+bool EventList2::HasServerEventOfOtherKind(const ustring& path) const {
   MutexLock lock(mutex_);
-  return tree_.HasServerFileBehind(path.view());
+  return tree_.HasServerEventOfOtherKind(path.view());
 }
 
 void EventList2::TraverseTree() const {

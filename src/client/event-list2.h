@@ -68,8 +68,9 @@ class EventList2 {
   bool HasServerEventBelow(const ustring& path) const;
   // Whether one is for the file `path`.
   bool HasServerFileEvent(const ustring& path) const;
-  // Whether one for a file waits until the event of the folder `path` has ended.
-  bool HasServerFileBehind(const ustring& path) const;
+  // Whether one for a file waits until the event of the folder `path` has ended, or the other way
+  // round.
+  bool HasServerEventOfOtherKind(const ustring& path) const;
 
   bool IsEmpty() const { return counters_.AreZero(); }
   int32_t GetServerEventCount() const { return counters_.Get(true); }

@@ -186,8 +186,8 @@ bool EventManager::IsServerEventPendingBelow(uint64_t sess_id, const ustring& pa
 bool EventManager::IsServerEventBehind(uint64_t sess_id, const ustring& path) {
   MutexLock lock(m_lock);
   event_pool* const pool = FindPool(sess_id);
-  return pool != nullptr &&
-         (pool->event_tree.HasServerEventBelow(path) || pool->event_tree.HasServerFileBehind(path));
+  return pool != nullptr && (pool->event_tree.HasServerEventBelow(path) ||
+                             pool->event_tree.HasServerEventOfOtherKind(path));
 }
 
 bool EventManager::IsReplacedServerEventPending(uint64_t sess_id) {

@@ -86,7 +86,8 @@ class EventManager {
   bool IsServerFileEventPending(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
   // Whether a change of the server for something below `path` waits or is with a task.
   bool IsServerEventPendingBelow(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
-  // The same, and whether one of a file waits for the event of the folder `path`.
+  // The same, and whether one of a file waits for the event of the folder `path`, or the other way
+  // round.
   bool IsServerEventBehind(uint64_t sess_id, const ustring& path) EXCLUDES(m_lock);
 
   // Whether a change made here is pending that took the place of one of the server's, which it may

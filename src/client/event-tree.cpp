@@ -155,11 +155,14 @@ bool EventTree::HasServerFileEvent(std::string_view path) const {
   return file != nullptr && file->status != EventStatus::DONE && file->attr.isServer();
 }
 
-bool EventTree::HasServerFileBehind(std::string_view path) const {
+bool EventTree::HasServerEventOfOtherKind(std::string_view path) const {
   const EventDirNode* const dir = FindDir(path);
   if (dir == nullptr || dir->parent == nullptr) return false;
+  const auto is_servers = [](const EventNode& node) {
+    return node.status != EventStatus::DONE && node.attr.isServer();
+  };
   const EventFileNode* const file = dir->parent->files().Find(dir->name);
-  return file != nullptr && file->status != EventStatus::DONE && file->attr.isServer();
+  return is_servers(*dir) || (file != nullptr && is_servers(*file));
 }
 
 const EventDirNode* EventTree::NextBelow(const EventDirNode& top, const EventDirNode& dir) {

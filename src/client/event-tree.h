@@ -49,8 +49,9 @@ class EventTree {
   bool HasServerEventBelow(std::string_view path) const;
   // Whether the server's event of the file `path` is pending.
   bool HasServerFileEvent(std::string_view path) const;
-  // Whether the server's event of a file waits for that of the folder of the same name.
-  bool HasServerFileBehind(std::string_view path) const;
+  // Whether the server's event of a file waits for a local one of the folder of the same name, or
+  // the other way round.
+  bool HasServerEventOfOtherKind(std::string_view path) const;
   // The next directory of the tree below `top`, parents first; null at the end.
   static const EventDirNode* NextBelow(const EventDirNode& top, const EventDirNode& dir);
 

@@ -263,6 +263,7 @@ bool Round::MayBringBack(const Operation& operation) const {
     case Action::kAddAnew:
     case Action::kKillServer:
       return true;
+    case Action::kPause:
     case Action::kKill:
     case Action::kTakeRoot:
     case Action::kDropLinks:

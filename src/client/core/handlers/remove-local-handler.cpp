@@ -126,7 +126,7 @@ int RemoveLocalHandler::OnMissing() {
   }
   if (IsOfUpload(event) && context.GetDatabaseInfo().syncID != 0) {
     auto callback = std::make_unique<CreateEventCallback>();
-    callback->SetLocalRemoveEvent(event.m_path, event.isDir());
+    callback->SetLocalRemoveEvent(event.m_path, context.GetDatabaseInfo().IsDir());
     SetErrorAction(ACTION_DONE, std::move(callback));
     return 0;
   }

@@ -141,9 +141,15 @@ bool RemoveRemoteHandler::IsEventTypeMatched(const File& local_file) {
   const Event& event = GetContext().GetEvent();
   HANDLER_NOTE("Worker (%d): Path '%s' exists, but should be deleted.", GetWorkerId(),
                event.m_path);
-  if (!local_file.IsDirectory()) return true;
-  HANDLER_NOTE("Worker (%d): Expand local delete event for '%s'.", GetWorkerId(), event.m_path);
   auto callback = std::make_unique<CreateEventCallback>();
+  if (!local_file.IsDirectory()) {
+    if (!event.isDir() || GetContext().GetDatabaseInfo().IsDir()) return true;
+    // The folder's removal is known by now: the record is that of the file that took its place.
+    callback->SetUploadEvent(event.m_path, false);
+    SetErrorAction(ACTION_DONE, std::move(callback));
+    return false;
+  }
+  HANDLER_NOTE("Worker (%d): Expand local delete event for '%s'.", GetWorkerId(), event.m_path);
   callback->SetExpandLocalDeleteEvent(event.m_path, event.isDir(), event.m_sync_id, event.m_max_id);
   SetErrorAction(ACTION_DONE, std::move(callback));
   return false;
