@@ -1,8 +1,9 @@
 // The daemon against the server over TLS, both syncing to disk, beside the peers that this machine
 // has (rsync, unison, rclone, syncthing). One run prints one table: seconds by the clock, processor
 // seconds of daemon and server, and memory of the daemon. Arguments: what to run (files, large,
-// rescan, change); all without. With "bytes" everything goes through a forwarder that counts what
-// the daemon sends, and that costs some time itself; peers are left out then.
+// rescan, change); all without. With "alone", peers are left out. With "bytes" everything goes
+// through a forwarder that counts what the daemon sends, and that costs some time itself; peers are
+// left out then, too.
 
 #include <fmt/core.h>
 
@@ -34,13 +35,23 @@ constexpr std::size_t kFileSize = 4096;
 constexpr std::size_t kLargeSize = std::size_t{1} << 30;
 
 bool g_counting = false;  // the argument "bytes"
+bool g_peers = true;      // neither "bytes" nor "alone"
 
-std::uint64_t Rows(const test::ClientProcess& client) {
-  std::uint64_t rows = 0;
-  client.Query(
-      "SELECT count(*) FROM event_table WHERE fileType = 0 AND syncID > 0;",
-      [&](sqlite3_stmt* row) { rows = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0)); });
-  return rows;
+std::uint64_t Number(const test::ClientProcess& client, const char* sql) {
+  std::uint64_t number = 0;
+  client.Query(sql, [&](sqlite3_stmt* row) {
+    number = static_cast<std::uint64_t>(sqlite3_column_int64(row, 0));
+  });
+  return number;
+}
+
+// Whether so many files are synced. It is asked often, while the machine is to do other things: so
+// the rows are counted only once there may be as many.
+constexpr int kSyncedPauseMs = 50;
+bool AreSynced(const test::ClientProcess& client, std::uint64_t files) {
+  return Number(client, "SELECT max(id) FROM event_table;") >= files &&
+         Number(client, "SELECT count(*) FROM event_table WHERE fileType = 0 AND syncID > 0;") ==
+             files;
 }
 
 std::string RowHash(const test::ClientProcess& client, const std::string& path) {
@@ -107,8 +118,8 @@ class Pair {
   double daemon_seconds_ = 0, server_seconds_ = 0;
 };
 
-void WaitFor(const std::function<bool()>& condition) {
-  while (!condition()) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+void WaitFor(const std::function<bool()>& condition, int pause_ms = 10) {
+  while (!condition()) std::this_thread::sleep_for(std::chrono::milliseconds(pause_ms));
 }
 
 void BenchFiles() {
@@ -117,9 +128,9 @@ void BenchFiles() {
   const std::string root = (work / "root").str();
   MakeFiles(root, kFiles, kFileSize);
   Pair pair(root);
-  WaitFor([&] { return Rows(pair.client()) == kFiles; });
+  WaitFor([&] { return AreSynced(pair.client(), kFiles); }, kSyncedPauseMs);
   Print(what, pair.SecondsSinceStart(), pair.TakeCost());
-  if (!g_counting) Peers(root, work.path()).Run(what);
+  if (g_peers) Peers(root, work.path()).Run(what);
 }
 
 void BenchLarge() {
@@ -129,10 +140,10 @@ void BenchLarge() {
   std::string content = RandomBytes(kLargeSize, 7);
   test::WriteFile(ustring(root + "/large"), content);
   Pair pair(root);
-  WaitFor([&] { return Rows(pair.client()) == 1; });
+  WaitFor([&] { return AreSynced(pair.client(), 1); });
   Print("one file of 1 GiB", pair.SecondsSinceStart(), pair.TakeCost());
   Peers peers(root, work.path());
-  if (!g_counting) peers.Run("one file of 1 GiB");
+  if (g_peers) peers.Run("one file of 1 GiB");
   const std::string old = RowHash(pair.client(), "/large");
   content.replace(kLargeSize / 2, 1U << 20, RandomBytes(1U << 20, 9));
   content.insert(0, RandomBytes(104, 11).substr(0, 100));
@@ -144,7 +155,7 @@ void BenchLarge() {
   WaitFor([&] { return RowHash(pair.client(), "/large") != old; });
   const std::string what = "it again, 1 MiB changed and 100 bytes in front";
   Print(what, SecondsSince(start), pair.TakeCost());
-  if (!g_counting) peers.Run(what);
+  if (g_peers) peers.Run(what);
 }
 
 void BenchChange() {
@@ -175,6 +186,7 @@ void BenchChange() {
   const std::string root = (work / "root").str();
   MakeFiles(root, kFilesInFolder, kFileSize);
   Peers peers(root, work.path());
+  if (!g_peers) return;
   peers.Prepare();
   test::WriteFile(ustring(root + BenchPath(0)), "changed");
   peers.Run(what);
@@ -186,6 +198,7 @@ void BenchChange() {
 int main(int argc, char** argv) {
   std::set<std::string> wanted(argv + 1, argv + argc);
   tolven::g_counting = wanted.erase("bytes") > 0;
+  tolven::g_peers = wanted.erase("alone") == 0 && !tolven::g_counting;
   const auto run = [&](const char* name, void (*bench)()) {
     if (wanted.empty() || wanted.contains(name)) bench();
   };

@@ -9,6 +9,7 @@
 #include "acl/acl-rule.h"
 #include "lib/file-op.h"
 #include "lib/profile.h"
+#include "server/store/sha256.h"
 
 namespace tolven::server {
 
@@ -263,6 +264,16 @@ int Commands::Restore(const std::string& view_name, const std::string& path,
   return Tell(outcome, made);
 }
 
+// 1, 0 for wrong or missing bytes, -1.
+int Commands::IsSound(const Content& content) {
+  std::string bytes;
+  const int found = data_.metadata().FindBytes(content.sha256, bytes);
+  if (found != 1) return found < 0 ? -1 : data_.contents().Verify(content);
+  Sha256 sum;
+  sum.Update(bytes.data(), bytes.size());
+  return sum.Finish() == content.sha256 && bytes.size() == content.size ? 1 : 0;
+}
+
 int Commands::Check(bool sweep) {
   if (sweep && !data_.Claim()) return Fail("contents are removed only while nobody serves them");
   std::vector<std::string> problems;
@@ -276,7 +287,7 @@ int Commands::Check(bool sweep) {
     return Fail("the metadata cannot be read");
   }
   for (const Content& content : contents) {
-    const int sound = data_.contents().Verify(content);
+    const int sound = IsSound(content);
     if (sound != 1) {
       problems.push_back((sound == 0 ? "wrong or missing content: " : "unreadable content: ") +
                          content.sha256);
@@ -286,19 +297,23 @@ int Commands::Check(bool sweep) {
   data_.contents().List([&](const std::string& sha256) {
     if (!known.contains(sha256)) unused.push_back(sha256);
   });
+  std::uint64_t unused_small = 0;
+  if (data_.metadata().ListUnusedBytes(sweep, unused_small) != 0) {
+    return Fail("the metadata cannot be read");
+  }
   if (sweep) {
     for (const std::string& sha256 : unused) FSRemove(data_.contents().PathOf(sha256), false);
   }
   if (json_) {
     Json::Value value;
     value["contents"] = Json::UInt64(contents.size());
-    value["unused"] = Json::UInt64(unused.size());
+    value["unused"] = Json::UInt64(unused.size() + unused_small);
     value["problems"] = Json::Value(Json::arrayValue);
     for (const std::string& problem : problems) value["problems"].append(problem);
     PrintJson(value);
   } else {
     for (const std::string& problem : problems) std::cout << problem << "\n";
-    std::cout << contents.size() << " contents, " << unused.size() << " unused"
+    std::cout << contents.size() << " contents, " << unused.size() + unused_small << " unused"
               << (sweep ? " and removed" : "") << ", " << problems.size() << " problems\n";
   }
   return problems.empty() ? 0 : 1;

@@ -40,6 +40,7 @@ class Commands {
   bool FindView(const std::string& name, View& view);
   int Tell(Outcome outcome, const Node& node);
   void PrintNodes(const std::vector<Node>& nodes);
+  int IsSound(const Content& content);
 
   DataFolder& data_;
   const bool json_;

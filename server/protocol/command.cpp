@@ -3,7 +3,9 @@
 #include <string_view>
 
 #include "lib/proto-constants.h"
+#include "platform/files.h"
 #include "server/protocol/path-rule.h"
+#include "server/store/content-store.h"
 
 namespace tolven::server {
 
@@ -74,6 +76,26 @@ std::uint32_t RunCommand(std::uint8_t command_byte, Command& command) {
 ustring Command::NewTemporary() {
   TempFile& file = temporary.emplace_back(service.transfers.IncomingFolder());
   return file.create() == 0 ? file.getPath() : ustring();
+}
+
+ustring Command::NewTemporary(const std::string& bytes) {
+  const ustring made = NewTemporary();
+  platform::ScopedFile file;
+  std::size_t written = 0;
+  const bool good =
+      !made.empty() &&
+      platform::files().Open(made, platform::OpenMode::kTruncate, *file.receive()).ok() &&
+      platform::files().Write(file.get(), bytes.data(), bytes.size(), written).ok() &&
+      platform::files().Close(file.Release()).ok();
+  return good ? made : ustring();
+}
+
+ustring Command::FileOf(const Content& content) {
+  std::string bytes;
+  const int found =
+      content.size > kLargestSmallContent ? 0 : service.metadata.FindBytes(content.sha256, bytes);
+  if (found == 0) return service.contents.PathOf(content.sha256);
+  return found < 0 ? ustring() : NewTemporary(bytes);
 }
 
 const char* RefusalReason(std::uint32_t code) {

@@ -43,6 +43,10 @@ struct Command {
   Transfers::Owner owner() const { return {user.id, view.id}; }
   // An empty file that goes in the end; an empty path when there is no room for it.
   ustring NewTemporary();
+  // The same with these bytes.
+  ustring NewTemporary(const std::string& bytes);
+  // A file that holds the content until the end, not to be changed; an empty path when that fails.
+  ustring FileOf(const Content& content);
 };
 
 // Whether requests under this command byte are trees.

@@ -137,7 +137,8 @@ Connection::Next Connection::ServeObject(const RequestHeader& header) {
 
   const std::uint64_t order = service_.transfers.NextOrder();
   PObject request;
-  received_.Clear();
+  // A broken transfer goes on from a file, also with what is small.
+  received_.Clear(header.command == SCMD_EVT_RECV_4);
   const int received = stream_.Recv(channel_, request);
   Next next = Next::kEnd;
   if (received == PStream::ERR_OK) {

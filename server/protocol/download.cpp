@@ -3,7 +3,6 @@
 #include "server/protocol/access.h"
 #include "server/protocol/command.h"
 #include "server/protocol/content-work.h"
-#include "server/store/content-store.h"
 
 namespace tolven::server {
 
@@ -49,7 +48,8 @@ class Sender {
   std::uint32_t Fill() {
     const std::uint64_t offset = command_.request["file"]["offset"].asUInt64();
     if (claim_ != nullptr && offset > 0) source_ = claim_->Source();
-    ustring path = command_.service.contents.PathOf(version_.content.sha256);
+    ustring path = command_.FileOf(version_.content);
+    if (path.empty()) return SPROTO_ERR_INTERNAL;
     const bool is_delta = TryDelta(path);
     if (command_.long_work.AbortFlag()->load() != 0) return SPROTO_ERR_INTERNAL;
     const std::string chosen = is_delta ? delta_source_ : WholeOf(version_);
@@ -77,12 +77,9 @@ class Sender {
     Node basis;
     if (source_ == WholeOf(version_) || !FindBasis(command_, basis)) return false;
     delta_source_ = DeltaOf(version_, basis);
-    const ustring delta = command_.NewTemporary();
+    const ustring held = command_.FileOf(basis.content), delta = command_.NewTemporary();
     ContentWork work(command_.service, command_.long_work);
-    if (delta.empty() ||
-        !work.MakeDelta(command_.service.contents.PathOf(basis.content.sha256), path, delta)) {
-      return false;
-    }
+    if (held.empty() || delta.empty() || !work.MakeDelta(held, path, delta)) return false;
     path = delta;
     return true;
   }

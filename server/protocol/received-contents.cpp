@@ -2,9 +2,12 @@
 
 #include <utility>
 
+#include "server/store/metadata.h"
+
 namespace tolven::server {
 
-void ReceivedContents::Clear() {
+void ReceivedContents::Clear(bool keep_small) {
+  keep_next_ = keep_small;
   reception_.reset();
   sums_.clear();
 }
@@ -14,6 +17,10 @@ const ReceivedContents::Sums* ReceivedContents::Find(const ustring& path) const 
     if (each.path == path) return &each;
   }
   return nullptr;
+}
+
+bool ReceivedContents::Keeps(std::uint64_t size) {
+  return size <= kLargestSmallContent && std::exchange(keep_next_, false);
 }
 
 void ReceivedContents::Begin(const ustring& path, std::uint64_t size) {
@@ -34,7 +41,11 @@ void ReceivedContents::Begin(const ustring& path, std::uint64_t size) {
 void ReceivedContents::Stored(platform::NativeFile file, const char* data, std::size_t size) {
   if (reception_ == nullptr) return;
   Reception& reception = *reception_;
-  reception.writeback.Written(file, size);
+  if (reception.sums.path.empty()) {
+    reception.sums.bytes.append(data, size);
+  } else {
+    reception.writeback.Written(file, size);
+  }
   HashLane::Piece piece;
   if (reception.md4_lane != nullptr || reception.sha256_lane != nullptr) {
     piece = std::make_shared<const std::string>(data, size);

@@ -19,16 +19,20 @@ namespace tolven::server {
 class ReceivedContents : public PStream::ReceiveObserver {
  public:
   struct Sums {
-    ustring path;  // of the file
+    ustring path;  // of the file; empty when the bytes are kept here
     ustring md4;
     std::string sha256;
+    std::string bytes;
   };
 
-  // Forgets what an earlier request brought.
-  void Clear();
-  // Of a file that arrived completely, in one piece; null for others.
+  // Forgets what an earlier request brought. With `keep_small`, the first small content of the next
+  // one stays in memory.
+  void Clear(bool keep_small = false);
+  // Of a file that arrived completely, in one piece; null for others. The empty path is that of the
+  // content that stayed in memory.
   const Sums* Find(const ustring& path) const;
 
+  bool Keeps(std::uint64_t size) override;
   void Begin(const ustring& path, std::uint64_t size) override;
   void Stored(platform::NativeFile file, const char* data, std::size_t size) override;
   void End() override;
@@ -46,6 +50,7 @@ class ReceivedContents : public PStream::ReceiveObserver {
     std::unique_ptr<HashLane> md4_lane, sha256_lane;
   };
 
+  bool keep_next_ = false;
   std::unique_ptr<Reception> reception_;
   std::vector<Sums> sums_;
 };

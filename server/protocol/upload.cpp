@@ -76,6 +76,7 @@ class Uploader {
   std::uint32_t TakeContent();
   std::uint32_t TakeKnown();
   std::uint32_t TakeReceived();
+  std::uint32_t TakeDelta(std::uint64_t size);
   std::uint32_t Store(const ustring& path, const ustring& md4, std::uint64_t size);
   std::uint32_t Commit();
   void AddVersion(const Node& node);
@@ -89,6 +90,7 @@ class Uploader {
   Node current_;
   bool exists_ = false;
   Content content_;
+  const std::string* bytes_ = nullptr;  // of a content that does not go into the content store
 };
 
 // Looks in the store for what the client told the sums of: 1 with `content_` set, 0, -1. Sums are
@@ -155,25 +157,43 @@ std::uint32_t Uploader::TakeKnown() {
 // Content that came, whole or as a delta. Nothing but its hash proves that it is what the client
 // means.
 std::uint32_t Uploader::TakeReceived() {
-  if (received_.empty()) return SPROTO_ERR_UPLOAD;
   const std::uint64_t size = file_["size"].asUInt64();
-  ContentWork work(command_.service, command_.long_work);
-  ustring path = received_, md4;
-  bool good = false;
-  if (file_["is_delta"].asBool()) {
-    if (base_ == 0 || current_.is_dir) return SPROTO_ERR_UPLOAD_NOBASE;
-    path = command_.NewTemporary();
-    if (path.empty()) return SPROTO_ERR_DISKFULL;
-    good = work.Patch(command_.service.contents.PathOf(current_.content.sha256), received_, path,
-                      size, md4, content_.sha256);
-  } else if (const ReceivedContents::Sums* sums = command_.received.Find(path)) {
-    good = true;
+  if (received_.empty() && !file_["data"].isBinary()) return SPROTO_ERR_UPLOAD;
+  if (file_["is_delta"].asBool()) return TakeDelta(size);
+  const ReceivedContents::Sums* const sums = command_.received.Find(received_);
+  ustring md4;
+  if (sums != nullptr) {
     md4 = sums->md4;
     content_.sha256 = sums->sha256;
-  } else {
-    good = FileSize(path) == size && work.Hash(path, md4);
+  } else if (received_.empty() || FileSize(received_) != size ||
+             !ContentWork(command_.service, command_.long_work).Hash(received_, md4)) {
+    return SPROTO_ERR_UPLOAD;
   }
-  if (!good || FileSize(path) != size || md4 != file_["hash"].asString()) return SPROTO_ERR_UPLOAD;
+  const bool is_kept = sums != nullptr && received_.empty();
+  if ((is_kept ? sums->bytes.size() : FileSize(received_)) != size ||
+      md4 != file_["hash"].asString()) {
+    return SPROTO_ERR_UPLOAD;
+  }
+  if (!is_kept) return Store(received_, md4, size);
+  content_.md4 = md4.str();
+  content_.size = size;
+  bytes_ = &sums->bytes;
+  return SPROTO_ERR_OK;
+}
+
+std::uint32_t Uploader::TakeDelta(std::uint64_t size) {
+  if (base_ == 0 || current_.is_dir) return SPROTO_ERR_UPLOAD_NOBASE;
+  ustring delta = received_;
+  const ReceivedContents::Sums* const kept = command_.received.Find({});
+  if (delta.empty() && kept != nullptr) delta = command_.NewTemporary(kept->bytes);
+  const ustring basis = command_.FileOf(current_.content), path = command_.NewTemporary();
+  if (delta.empty() || basis.empty() || path.empty()) return SPROTO_ERR_DISKFULL;
+  ustring md4;
+  ContentWork work(command_.service, command_.long_work);
+  if (!work.Patch(basis, delta, path, size, md4, content_.sha256) || FileSize(path) != size ||
+      md4 != file_["hash"].asString()) {
+    return SPROTO_ERR_UPLOAD;
+  }
   return Store(path, md4, size);
 }
 
@@ -191,6 +211,7 @@ std::uint32_t Uploader::Commit() {
   put.base = base_;
   put.max_id = command_.request["max_id"].asUInt64();
   put.content = content_;
+  put.bytes = bytes_;
   put.uid = command_.user.uid;
   const PObject& mtime = command_.request["mtime"];
   if (mtime.hasMember("mtime") && !mtime["refer"].asBool()) put.mtime = mtime["mtime"].asUInt32();

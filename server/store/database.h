@@ -27,6 +27,8 @@ class Query {
   Query& operator<<(std::uint32_t value) { return *this << static_cast<std::int64_t>(value); }
   Query& operator<<(bool value) { return *this << static_cast<std::int64_t>(value); }
   Query& operator<<(const std::string& text);
+  // Not copied: they stay until the statement has run.
+  Query& Bytes(const std::string& bytes);
 
   // 1 with a row, 0 at the end, -1.
   int Step();
@@ -36,6 +38,7 @@ class Query {
   // Columns of the row, in order.
   std::uint64_t Number();
   std::string Text();
+  std::string Bytes();
 
  private:
   sqlite3* const db_;

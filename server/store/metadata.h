@@ -73,13 +73,19 @@ enum class Outcome {
   kModified,  // what is to be removed is newer than the client knows
 };
 
+// What is larger than this lies in the content store. Smaller contents are stored with the
+// metadata, so that one sync makes both durable; a file of its own would take several.
+inline constexpr std::uint64_t kLargestSmallContent = 16 * 1024;
+
 struct Put {
   std::string path;
   bool is_dir = false;
   std::uint64_t base = 0;  // number of the version that this replaces; 0: the path is new
   // Highest number that the client knows at and below a folder which a file replaces.
   std::uint64_t max_id = 0;
-  Content content;                     // of a file; its bytes are in the content store already
+  // Of a file; its bytes are in the content store already, or those of a small one come along.
+  Content content;
+  const std::string* bytes = nullptr;
   std::optional<std::uint32_t> mtime;  // unset: as before
   std::optional<bool> exec_bit;
   std::uint32_t uid = 0;  // of who does it
@@ -107,6 +113,8 @@ class Metadata {
   virtual int ListKnownContents(std::uint64_t view, const std::string& md4, std::uint64_t size,
                                 const KnownContent& after, std::size_t limit,
                                 std::vector<KnownContent>& out) = 0;
+  // The bytes of a content that came along with a version.
+  virtual int FindBytes(const std::string& sha256, std::string& bytes) = 0;
   // Bytes of the files at and below a path: what its removal would free.
   virtual int UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) = 0;
 

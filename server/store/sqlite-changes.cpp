@@ -58,6 +58,13 @@ Outcome CheckQuota(Database& db, std::uint64_t view, const Put& put) {
   return used - freed + put.content.size <= quota ? Outcome::kDone : Outcome::kQuota;
 }
 
+bool StoreBytes(Database& db, std::uint64_t content, const std::string& bytes) {
+  return (db.Prepare("INSERT OR IGNORE INTO small_contents (content_id, bytes) VALUES (?, ?)")
+          << content)
+      .Bytes(bytes)
+      .Run();
+}
+
 }  // namespace
 
 Outcome SqliteMetadata::Change(const std::function<Outcome(Database&)>& change) {
@@ -91,7 +98,10 @@ Outcome SqliteMetadata::PutNode(std::uint64_t view, const Put& put, Node& made) 
       return Outcome::kFailed;
     }
     made = MakeVersion(put, live, current);
-    return writer.Store(made, live ? &current : nullptr) ? Outcome::kDone : Outcome::kFailed;
+    const bool stored =
+        writer.Store(made, live ? &current : nullptr) &&
+        (put.is_dir || put.bytes == nullptr || StoreBytes(db, made.content.id, *put.bytes));
+    return stored ? Outcome::kDone : Outcome::kFailed;
   });
 }
 
@@ -224,6 +234,27 @@ Outcome SqliteMetadata::Restore(std::uint64_t view, const std::string& path, std
   // What was hidden does not come back for all to see.
   if (found == 1 && !current.is_dir) put.acl = current.acl;
   return PutNode(view, put, made);
+}
+
+int SqliteMetadata::ListUnusedBytes(bool remove, std::uint64_t& count) {
+  {
+    const MutexLock hold(reader_lock_);
+    Query row = reader_.Prepare(
+        "SELECT count(*) FROM small_contents s WHERE NOT EXISTS (SELECT 1 FROM versions v WHERE "
+        "v.content_id = s.content_id)");
+    if (row.Step() != 1) return -1;
+    count = row.Number();
+  }
+  if (!remove || count == 0) return 0;
+  const Outcome outcome = Change([](Database& db) {
+    return db.Prepare(
+                 "DELETE FROM small_contents WHERE NOT EXISTS (SELECT 1 FROM versions v WHERE "
+                 "v.content_id = small_contents.content_id)")
+                   .Run()
+               ? Outcome::kDone
+               : Outcome::kFailed;
+  });
+  return outcome == Outcome::kDone ? 0 : -1;
 }
 
 int SqliteMetadata::Check(std::vector<std::string>& problems) {

@@ -210,6 +210,17 @@ int SqliteMetadata::ListKnownContents(std::uint64_t view, const std::string& md4
   return more;
 }
 
+int SqliteMetadata::FindBytes(const std::string& sha256, std::string& bytes) {
+  const MutexLock hold(reader_lock_);
+  Query row = reader_.Prepare(
+      "SELECT s.bytes FROM contents c JOIN small_contents s ON s.content_id = c.id WHERE c.sha256 "
+      "= "
+      "?");
+  const int found = (row << sha256).Step();
+  if (found == 1) bytes = row.Bytes();
+  return found;
+}
+
 int SqliteMetadata::UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) {
   const MutexLock hold(reader_lock_);
   if (path != "/") return BytesAt(reader_, view, path, bytes) ? 0 : -1;

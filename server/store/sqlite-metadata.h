@@ -38,6 +38,7 @@ class SqliteMetadata : public Metadata {
   int ListKnownContents(std::uint64_t view, const std::string& md4, std::uint64_t size,
                         const KnownContent& after, std::size_t limit,
                         std::vector<KnownContent>& out) override;
+  int FindBytes(const std::string& sha256, std::string& bytes) override;
   int UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) override;
   Outcome PutNode(std::uint64_t view, const Put& put, Node& made) override;
   Outcome RemoveNode(std::uint64_t view, const std::string& path, std::uint64_t sync_id,
@@ -62,6 +63,9 @@ class SqliteMetadata : public Metadata {
   Outcome Restore(std::uint64_t view, const std::string& path, std::uint64_t sync_id, Node& made);
   // Calls `use` for each content that some version has.
   int ListContents(const std::function<void(const Content&)>& use);
+  // Counts the contents whose bytes are here although no version has them, and removes these bytes
+  // when told to. 0 or -1.
+  int ListUnusedBytes(bool remove, std::uint64_t& count);
   // Tells what does not hold together; nothing when all is well.
   int Check(std::vector<std::string>& problems);
 

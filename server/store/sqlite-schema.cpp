@@ -3,7 +3,8 @@
 namespace tolven::server {
 
 // `nodes` holds the last version of every path that ever was, `versions` all versions of files that
-// are kept, the last ones included. Numbers count on in each view by themselves.
+// are kept, the last ones included. Numbers count on in each view by themselves. `small_contents`
+// holds the bytes of contents that are not worth a file.
 const char kServerSchema[] = R"sql(
 BEGIN IMMEDIATE;
 CREATE TABLE IF NOT EXISTS users (
@@ -36,6 +37,9 @@ CREATE TABLE IF NOT EXISTS contents (
   md4 TEXT NOT NULL,
   sha256 TEXT NOT NULL UNIQUE,
   size INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS small_contents (
+  content_id INTEGER PRIMARY KEY REFERENCES contents(id),
+  bytes BLOB NOT NULL);
 CREATE INDEX IF NOT EXISTS contents_md4 ON contents(md4, size);
 CREATE TABLE IF NOT EXISTS nodes (
   view_id INTEGER NOT NULL REFERENCES views(id),

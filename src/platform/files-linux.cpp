@@ -22,7 +22,7 @@ constexpr mode_t kPermissionBits = 07777;
 int OpenFlags(OpenMode mode) {
   switch (mode) {
     case OpenMode::kTruncate:
-      return O_WRONLY | O_CREAT | O_TRUNC;
+      return O_WRONLY | O_CREAT;  // emptied behind
     case OpenMode::kAppend:
       return O_WRONLY | O_CREAT | O_APPEND;
     case OpenMode::kModify:
@@ -36,12 +36,30 @@ int OpenFlags(OpenMode mode) {
 }
 
 // A folder can be opened for reading here, and a FIFO would make the reader wait for a writer.
-Status RefuseUnreadable(int fd) {
-  struct stat st {};
-  if (::fstat(fd, &st) != 0) return LastError();
+Status RefuseUnreadable(const struct stat& st) {
   if (S_ISDIR(st.st_mode)) return StatusFromErrno(EISDIR);
   if (S_ISFIFO(st.st_mode)) return StatusFromErrno(EINVAL);
   return {};
+}
+
+// A file that is empty already is left alone: truncated, it would be written to the disk as soon as
+// it is closed, which some file systems do for programs that replace a file by writing it anew.
+Status Empty(int fd, const struct stat& st) {
+  if (!S_ISREG(st.st_mode) || st.st_size == 0) return {};
+  return Retry([&] { return ::ftruncate(fd, 0); }) == 0 ? Status{} : LastError();
+}
+
+// What follows an open by that mode. Reading ahead is worth a word only where it would begin small.
+Status Prepare(int fd, OpenMode mode) {
+  constexpr off_t kSmall = 128 * 1024;
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) return LastError();
+  const Status status = RefuseUnreadable(st);
+  if (status.ok() && mode == OpenMode::kTruncate) return Empty(fd, st);
+  if (status.ok() && mode == OpenMode::kRead && st.st_size > kSmall) {
+    (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+  }
+  return status;
 }
 
 timespec ToTimespec(std::int64_t ns) {
@@ -101,12 +119,11 @@ class LinuxFiles : public Files {
     const int fd = Retry([&] { return ::open(path.c_str_utf8(), flags, permissions); });
     // Another program holds a lease on the file.
     if (fd < 0) return errno == EAGAIN ? Status{ErrorKind::kBusy, EAGAIN} : LastError();
-    const Status status = RefuseUnreadable(fd);
+    const Status status = Prepare(fd, mode);
     if (!status.ok()) {
       ::close(fd);
       return status;
     }
-    if (mode == OpenMode::kRead) (void)::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     file = fd;
     return {};
   }

@@ -418,6 +418,9 @@ int PStream::RecvBinary(Channel& channel, PObject::binary_type& binary) {
   std::uint64_t size = 0;
   int result = channel.ReadInt64(size);
   if (result < 0) return ChannelFailure(result);
+  if (observer_ != nullptr && binary.path.empty() && observer_->Keeps(size)) {
+    return RecvKept(channel, binary, size);
+  }
 
   ScopedFile file;
   result = OpenTarget(binary, file);
@@ -439,6 +442,24 @@ int PStream::RecvBinary(Channel& channel, PObject::binary_type& binary) {
   Logger::LogMsg(Logger::L_DEBUG, kCategory, L"%sbinary has been stored at '%s' with length %llu\n",
                  Indent(), binary.path, binary.length);
   return result;
+}
+
+int PStream::RecvKept(Channel& channel, PObject::binary_type& binary, std::uint64_t size) {
+  if (buffer_.size() < kBlockSize) buffer_.resize(kBlockSize);
+  UpdateStatus(0, size);
+  observer_->Begin({}, size);
+  std::uint64_t stored = 0;
+  while (stored < size) {
+    const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(kBlockSize, size - stored));
+    const int result = channel.Read(buffer_.data(), count);
+    if (result < 0) return ChannelFailure(result);
+    observer_->Stored(platform::kInvalidFile, buffer_.data(), count);
+    stored += count;
+    UpdateStatus(stored, size);
+  }
+  observer_->End();
+  binary.offset = binary.length = stored;
+  return ERR_OK;
 }
 
 // Opens the file that a received binary goes to, at the place that `binary` asks for; without a

@@ -55,6 +55,9 @@ class PStream {
   class ReceiveObserver {
    public:
     virtual ~ReceiveObserver() = default;
+    // Whether the observer keeps a binary of this size itself: then no file is made for it, its
+    // path stays empty, and the calls below are without one.
+    virtual bool Keeps(std::uint64_t /*size*/) { return false; }
     // `size` bytes are announced for the file at `path`.
     virtual void Begin(const ustring& path, std::uint64_t size) = 0;
     // The next `size` bytes are in the file.
@@ -120,6 +123,7 @@ class PStream {
   int RecvInteger(Channel& channel, PObject& object);
   int RecvString(Channel& channel, ustring& text);
   int RecvBinary(Channel& channel, PObject::binary_type& binary);
+  int RecvKept(Channel& channel, PObject::binary_type& binary, std::uint64_t size);
   int OpenTarget(PObject::binary_type& binary, platform::ScopedFile& file);
   int StoreBinary(Channel& channel, platform::NativeFile file, const ustring& path,
                   std::uint64_t size, ReceiveObserver* observer, std::uint64_t& stored);

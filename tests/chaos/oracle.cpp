@@ -110,26 +110,30 @@ std::vector<std::string> Oracle::Changes(const Listing& before, const Listing& a
   return changes;
 }
 
-Listing Oracle::View() const {
-  Listing listing;
+void Oracle::Query(const char* sql, const std::function<void(sqlite3_stmt*)>& each) const {
   sqlite3* db = nullptr;
   const std::string path = server_.Data() + "/metadata.sqlite";
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
     sqlite3_busy_timeout(db, 10'000);
     sqlite3_stmt* row = nullptr;
-    const char* const sql =
-        "SELECT path, is_dir, size, md4, mtime, sync_id FROM nodes LEFT JOIN contents ON "
-        "contents.id = content_id WHERE is_removed = 0 AND path <> '/';";
     if (sqlite3_prepare_v2(db, sql, -1, &row, nullptr) == SQLITE_OK) {
-      while (sqlite3_step(row) == SQLITE_ROW) {
-        const bool is_dir = Number(row, 1) != 0;
-        listing[Text(row, 0)] = {is_dir, is_dir ? 0 : Number(row, 2), is_dir ? "" : Text(row, 3),
-                                 is_dir ? 0 : sqlite3_column_int64(row, 4), Number(row, 5)};
-      }
+      while (sqlite3_step(row) == SQLITE_ROW) each(row);
     }
     sqlite3_finalize(row);
   }
   sqlite3_close(db);
+}
+
+Listing Oracle::View() const {
+  Listing listing;
+  Query(
+      "SELECT path, is_dir, size, md4, mtime, sync_id FROM nodes LEFT JOIN contents ON "
+      "contents.id = content_id WHERE is_removed = 0 AND path <> '/';",
+      [&](sqlite3_stmt* row) {
+        const bool is_dir = Number(row, 1) != 0;
+        listing[Text(row, 0)] = {is_dir, is_dir ? 0 : Number(row, 2), is_dir ? "" : Text(row, 3),
+                                 is_dir ? 0 : sqlite3_column_int64(row, 4), Number(row, 5)};
+      });
   return listing;
 }
 
@@ -170,6 +174,11 @@ std::set<Fingerprint> Oracle::Contents(const std::vector<std::string>& roots) {
     if (item.is_directory() || !stored_.insert(path).second) continue;
     in_store_.insert(FingerprintOf(ReadFile(ustring(path))));
   }
+  Query("SELECT bytes FROM small_contents;", [&](sqlite3_stmt* row) {
+    const void* const bytes = sqlite3_column_blob(row, 0);
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(row, 0));
+    in_store_.insert(FingerprintOf(std::string(static_cast<const char*>(bytes), size)));
+  });
   std::set<Fingerprint> contents = in_store_;
   for (const std::string& root : roots) {
     for (const auto& item : fs::recursive_directory_iterator(root)) {

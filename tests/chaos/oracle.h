@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -40,6 +41,8 @@ class Oracle {
   std::set<Fingerprint> Contents(const std::vector<std::string>& roots);
 
  private:
+  // A query of the server's metadata.
+  void Query(const char* sql, const std::function<void(sqlite3_stmt*)>& each) const;
   Listing View() const;
 
   const ServerProcess& server_;

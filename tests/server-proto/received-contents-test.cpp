@@ -8,6 +8,7 @@
 
 #include "rsapi-cpp/simple-file-reader.h"
 #include "server/protocol/sha256-handler.h"
+#include "server/store/metadata.h"
 #include "support/temp-folder.h"
 
 namespace tolven::server {
@@ -22,7 +23,7 @@ std::string RandomBytes(std::size_t size) {
 
 // One after the other, without threads.
 ReceivedContents::Sums SumsOf(const ustring& path, const std::string& bytes) {
-  ReceivedContents::Sums sums{path, {}, {}};
+  ReceivedContents::Sums sums{path, {}, {}, {}};
   Sha256 sha256;
   sha256.Update(bytes.data(), bytes.size());
   sums.sha256 = sha256.Finish();
@@ -64,6 +65,28 @@ TEST(ReceivedContents, AreSummedUpWhileTheyArrive) {
   }
   contents.Clear();
   EXPECT_EQ(contents.Find(folder / "1"), nullptr);
+}
+
+TEST(ReceivedContents, KeepTheFirstSmallOneWhenToldTo) {
+  const test::TempFolder folder;
+  ReceivedContents contents;
+  EXPECT_FALSE(contents.Keeps(1));
+  contents.Clear(true);
+  EXPECT_FALSE(contents.Keeps(kLargestSmallContent + 1));
+  EXPECT_TRUE(contents.Keeps(kLargestSmallContent));
+  EXPECT_FALSE(contents.Keeps(1));
+  const std::string bytes = RandomBytes(kLargestSmallContent);
+  contents.Begin({}, bytes.size());
+  contents.Stored(platform::kInvalidFile, bytes.data(), 1);
+  EXPECT_EQ(contents.Find({}), nullptr) << "it is not complete";
+  contents.Stored(platform::kInvalidFile, bytes.data() + 1, bytes.size() - 1);
+  contents.End();
+  const ReceivedContents::Sums* const kept = contents.Find({});
+  ASSERT_NE(kept, nullptr);
+  test::WriteFile(folder / "same", bytes);
+  EXPECT_EQ(kept->bytes, bytes);
+  EXPECT_EQ(kept->sha256, SumsOf(folder / "same", bytes).sha256);
+  EXPECT_EQ(kept->md4, SumsOf(folder / "same", bytes).md4);
 }
 
 TEST(Sha256Handler, SumsUpWhatAPassWrites) {

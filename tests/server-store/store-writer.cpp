@@ -7,6 +7,7 @@
 
 #include "platform/forwarding-files.h"
 #include "server/store/file-content-store.h"
+#include "server/store/sha256.h"
 #include "server/store/sqlite-metadata.h"
 #include "support/faulty-vfs.h"
 #include "support/temp-folder.h"
@@ -43,7 +44,14 @@ int main(int argc, char** argv) {
     if (metadata.FindNode(view.id, put.path, current) == 1 && !current.is_removed) {
       put.base = current.sync_id;
     }
-    if (contents.Add(file, "md4 of " + text, put.content) != 0) return 1;
+    if (i % 2 == 0) {
+      if (contents.Add(file, "md4 of " + text, put.content) != 0) return 1;
+    } else {
+      server::Sha256 sum;
+      sum.Update(text.data(), text.size());
+      put.content = {0, text.size(), "md4 of " + text, sum.Finish()};
+      put.bytes = &text;
+    }
     if (metadata.PutNode(view.id, put, made) != server::Outcome::kDone) return 1;
     acknowledged << put.path << '\t' << text << std::endl;
     if (i % 11 == 10 &&
