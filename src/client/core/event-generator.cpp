@@ -122,9 +122,10 @@ bool IsUnansweredUpload(Registry::Entry& entry, const Event& event, DBFileInfo r
 }
 
 // Whether the client's own change has come back: the number is no news. When the file is gone it is
-// wanted again, unless it was removed here and the server is yet to hear of that.
+// wanted again, unless it was removed here and the server is yet to hear of that. Where the whole
+// folder is away, nothing in it counts as gone.
 bool IsEcho(const Registry::Entry& entry, const Event& event) {
-  if (IsThere(entry, event.m_path)) {
+  if (IsThere(entry, event.m_path) || !IsRootProved(entry)) {
     Logger::LogMsg(Logger::L_DEBUG, kCategory,
                    L"[DEBUG] event-generator(%d): File [%s] is already up-to-date (server echo).\n",
                    __LINE__, event.m_path);

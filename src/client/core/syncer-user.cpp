@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "client/core/event-generator.h"
+#include "client/core/root-proof.h"
 #include "client/core/syncer-log.h"
 #include "client/core/syncer.h"
 #include "client/event-manager.h"
@@ -48,9 +49,11 @@ Event MakeServerEvent(const DBFileInfo& row, std::uint64_t sess_id) {
   return event;
 }
 
+// While the whole folder is away, nothing in it counts as gone.
 bool IsGone(const Registry::Entry& entry, const ustring& path) {
   FILE_INFO info;
-  return FSStat(JoinPath(entry.local_path, path.view()), info, true) >= 0 && !info.isExist;
+  return FSStat(JoinPath(entry.local_path, path.view()), info, true) == 0 && !info.isExist &&
+         (entry.root_proof == nullptr || entry.root_proof->LooksProved());
 }
 
 }  // namespace
