@@ -80,6 +80,10 @@ TEST_F(ServerRecordTest, TakesAContentThatWasSentForTheAnswerToIt) {
     ASSERT_EQ(entry_.event_db->getServerEventByPath(path, row), 1);
     EXPECT_NE(row.serverUnixMode, 0u);
   }
+  // Whichever of several the server took.
+  for (const char* hash : {"first", "second"}) uploads.Add(1, "/several", hash);
+  EXPECT_EQ(PushEvent(entry_, told("/several", "first")), 0);
+  EXPECT_EQ(Plan(), std::vector<std::string>{"-/several"});
   // Another's content is news, and so is one of which the answer came.
   uploads.Add(1, "/g", "ours");
   EXPECT_EQ(PushEvent(entry_, told("/g", "another's")), 1);

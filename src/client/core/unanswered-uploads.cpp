@@ -1,5 +1,7 @@
 #include "client/core/unanswered-uploads.h"
 
+#include <algorithm>
+
 namespace tolven {
 
 UnansweredUploads& UnansweredUploads::getInstance() {
@@ -10,7 +12,11 @@ UnansweredUploads& UnansweredUploads::getInstance() {
 void UnansweredUploads::Add(std::uint64_t sess_id, const ustring& path, const ustring& hash) {
   const MutexLock lock(mutex_);
   const Key key(sess_id, path);
-  if (hashes_.size() < kMaxPaths || hashes_.contains(key)) hashes_[key] = hash;
+  if (hashes_.size() >= kMaxPaths && !hashes_.contains(key)) return;
+  std::vector<ustring>& sent = hashes_[key];
+  if (std::find(sent.begin(), sent.end(), hash) != sent.end()) return;
+  if (sent.size() == kMaxContents) sent.erase(sent.begin());
+  sent.push_back(hash);
 }
 
 void UnansweredUploads::Remove(std::uint64_t sess_id, const ustring& path) {
@@ -21,7 +27,9 @@ void UnansweredUploads::Remove(std::uint64_t sess_id, const ustring& path) {
 bool UnansweredUploads::Take(std::uint64_t sess_id, const ustring& path, const ustring& hash) {
   const MutexLock lock(mutex_);
   const auto found = hashes_.empty() ? hashes_.end() : hashes_.find(Key(sess_id, path));
-  if (found == hashes_.end() || found->second != hash) return false;
+  if (found == hashes_.end()) return false;
+  const std::vector<ustring>& sent = found->second;
+  if (std::find(sent.begin(), sent.end(), hash) == sent.end()) return false;
   hashes_.erase(found);
   return true;
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "platform/mutex.h"
 #include "ustring/ustring.h"
@@ -23,7 +24,7 @@ class UnansweredUploads {
   UnansweredUploads& operator=(const UnansweredUploads&) = delete;
 
   void Add(std::uint64_t sess_id, const ustring& path, const ustring& hash) EXCLUDES(mutex_);
-  // The server has answered for this path.
+  // The server has taken another content of this path, so it has none of these.
   void Remove(std::uint64_t sess_id, const ustring& path) EXCLUDES(mutex_);
   // Whether this content is one of the path's; what is known of the path is then forgotten.
   bool Take(std::uint64_t sess_id, const ustring& path, const ustring& hash) EXCLUDES(mutex_);
@@ -33,9 +34,10 @@ class UnansweredUploads {
 
   // More than ever are under way at once; beyond it nothing is remembered.
   static constexpr std::size_t kMaxPaths = 10'000;
+  static constexpr std::size_t kMaxContents = 4;  // of a path, the last ones
 
   Mutex mutex_;
-  std::map<Key, ustring> hashes_ GUARDED_BY(mutex_);  // the last one of each path
+  std::map<Key, std::vector<ustring>> hashes_ GUARDED_BY(mutex_);
 };
 
 }  // namespace tolven

@@ -76,7 +76,7 @@ class UploadLocalHandler : public EventHandler {
   int FinishUpload(int transferred, TransferObjects& objects, const DBFileInfo& db_info,
                    const ustring& sign_file);
   // Remembers what was sent when no answer came.
-  void NoteAnswer(int transferred, const PObject& request) const;
+  void NoteAnswer(int transferred, const TransferObjects& objects) const;
 
   // upload-commit.cpp: what comes of it
   int HandleUploadResponseError(std::uint32_t error_code);

@@ -119,7 +119,7 @@ int UploadLocalHandler::FinishUpload(int transferred, TransferObjects& objects,
                                      const DBFileInfo& db_info, const ustring& sign_file) {
   const PObject &request = objects.request, &response = objects.response;
   int result = transferred;
-  NoteAnswer(transferred, request);
+  NoteAnswer(transferred, objects);
   if (transferred < 0 && IsEventResumable()) {
     // What the cache has is for the next attempt, the signature, too.
     objects.Release();
@@ -147,13 +147,15 @@ int UploadLocalHandler::FinishUpload(int transferred, TransferObjects& objects,
   return result;
 }
 
-void UploadLocalHandler::NoteAnswer(int transferred, const PObject& request) const {
+// A refusal tells nothing of what was sent before: that may be just what it is refused for.
+void UploadLocalHandler::NoteAnswer(int transferred, const TransferObjects& objects) const {
   const EventContext& context = GetContext();
   const std::uint64_t session = context.GetEntry().sess_id;
+  const PObject &request = objects.request, &response = objects.response;
   const ustring hash = request["file"]["hash"].asString();
   if (transferred < 0 && !hash.empty()) {
     UnansweredUploads::getInstance().Add(session, context.GetPath(), hash);
-  } else {
+  } else if (transferred >= 0 && !response.hasMember("error")) {
     UnansweredUploads::getInstance().Remove(session, context.GetPath());
   }
 }
