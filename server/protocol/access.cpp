@@ -35,10 +35,17 @@ const Node* Access::FindFolder(const std::string& path) {
   return &folders_.emplace(path, std::move(folder)).first->second;
 }
 
+// One check mostly follows another of the same object.
+int Access::FindObject(const std::string& path, bool is_dir) {
+  if (object_.path == path && object_.is_dir == is_dir) return 0;
+  const int found = Find(path, is_dir, object_);
+  if (found < 0) object_ = Node();
+  return found;
+}
+
 Access::Chain Access::Collect(const std::string& path, bool is_dir, ACL_API::ACL& chain) {
-  Node object;
-  if (Find(path, is_dir, object) < 0) return Chain::kFailed;
-  std::vector<const Node*> nodes{&object};
+  if (FindObject(path, is_dir) < 0) return Chain::kFailed;
+  std::vector<const Node*> nodes{&object_};
   for (std::string at = path; at != "/";) {
     at = std::string(ParentOf(at));
     nodes.push_back(FindFolder(at));

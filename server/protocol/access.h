@@ -31,6 +31,7 @@ class Access {
   enum class Chain { kFree, kRuled, kFailed };
 
   // The object, or one that is about to be made; negative when the store fails.
+  int FindObject(const std::string& path, bool is_dir);
   int Find(const std::string& path, bool is_dir, Node& node);
   // A folder above an object, null when the store fails.
   const Node* FindFolder(const std::string& path);
@@ -42,6 +43,7 @@ class Access {
   Command& command_;
   const bool past_;
   std::map<std::string, Node> folders_;
+  Node object_;  // the last one that was asked about; without a path before
 };
 
 }  // namespace tolven::server

@@ -92,7 +92,7 @@ bool Database::Open(const ustring& path) {
   // An acknowledged change survives a loss of power: every commit is synced.
   return Execute(
       "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA foreign_keys = ON; "
-      "PRAGMA cache_size = -8192;");
+      "PRAGMA cache_size = -8192; PRAGMA temp_store = MEMORY;");
 }
 
 bool Database::Execute(const char* script) {

@@ -1,5 +1,9 @@
 #include "server/store/sqlite-metadata.h"
 
+#include <algorithm>
+#include <sstream>
+#include <utility>
+
 #include "server/store/node-rows.h"
 #include "server/store/sqlite-schema.h"
 #include "server/store/token.h"
@@ -43,47 +47,45 @@ int SqliteMetadata::Open(const ustring& path) {
   return writer_.Open(path) ? 0 : -1;
 }
 
-int SqliteMetadata::FindUserBy(const char* sql, const std::string& key, User& user) {
-  {
-    Query row = reader_.Prepare(sql);
-    const int found = (row << key).Step();
-    if (found != 1) return found;
-    user = User();
-    user.id = row.Number();
-    user.name = row.Text();
-    user.uid = static_cast<std::uint32_t>(row.Number());
-    user.is_admin = row.Number() != 0;
-  }
-  Query groups = reader_.Prepare("SELECT gid FROM user_groups WHERE user_id = ?");
-  groups << user.id;
-  int more = 0;
-  while ((more = groups.Step()) == 1) {
-    user.groups.push_back(static_cast<std::uint32_t>(groups.Number()));
-  }
-  return more < 0 ? -1 : 1;
+// In one statement, since each statement is a transaction of its own.
+int SqliteMetadata::FindUserBy(Query& row, User& user, std::string& token_hash) {
+  const int found = row.Step();
+  if (found != 1) return found;
+  user = User();
+  user.id = row.Number();
+  user.name = row.Text();
+  user.uid = static_cast<std::uint32_t>(row.Number());
+  user.is_admin = row.Number() != 0;
+  std::istringstream groups(row.Text());
+  for (std::uint32_t gid = 0; groups >> gid;) user.groups.push_back(gid);
+  token_hash = row.Text();
+  return 1;
 }
 
 // The hash is looked up and compared once more in constant time: how far a guess is right can be
 // told from neither.
 int SqliteMetadata::FindSession(const std::string& token, User& user) {
   const std::string hash = HashOfToken(token);
+  std::string known;
+  User owner;
   const MutexLock hold(reader_lock_);
-  {
-    Query row = reader_.Prepare("SELECT token_hash FROM sessions WHERE token_hash = ?");
-    const int found = (row << hash).Step();
-    if (found != 1) return found;
-    if (!EqualInConstantTime(row.Text(), hash)) return 0;
-  }
-  return FindUserBy(
-      "SELECT u.id, u.name, u.uid, u.is_admin FROM sessions s JOIN users u ON u.id = s.user_id "
-      "WHERE "
-      "s.token_hash = ?",
-      hash, user);
+  Query row = reader_.Prepare(
+      "SELECT u.id, u.name, u.uid, u.is_admin, (SELECT group_concat(gid, ' ') FROM user_groups "
+      "WHERE user_id = u.id), s.token_hash FROM sessions s JOIN users u ON u.id = s.user_id WHERE "
+      "s.token_hash = ?");
+  const int found = FindUserBy(row << hash, owner, known);
+  if (found != 1 || !EqualInConstantTime(known, hash)) return std::min(found, 0);
+  user = std::move(owner);
+  return 1;
 }
 
 int SqliteMetadata::FindUser(const std::string& name, User& user) {
+  std::string none;
   const MutexLock hold(reader_lock_);
-  return FindUserBy("SELECT id, name, uid, is_admin FROM users WHERE name = ?", name, user);
+  Query row = reader_.Prepare(
+      "SELECT id, name, uid, is_admin, (SELECT group_concat(gid, ' ') FROM user_groups WHERE "
+      "user_id = id), '' FROM users WHERE name = ?");
+  return FindUserBy(row << name, user, none);
 }
 
 int SqliteMetadata::FindView(std::uint64_t id, View& view) {

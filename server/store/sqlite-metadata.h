@@ -70,7 +70,7 @@ class SqliteMetadata : public Metadata {
   int Check(std::vector<std::string>& problems);
 
  private:
-  int FindUserBy(const char* sql, const std::string& key, User& user) REQUIRES(reader_lock_);
+  int FindUserBy(Query& row, User& user, std::string& token_hash) REQUIRES(reader_lock_);
   // Runs a change and gives what it came to; kFailed when it was not made durable.
   Outcome Change(const std::function<Outcome(Database&)>& change);
 

@@ -24,7 +24,11 @@ bool WriteQueue::Run(const Change& change) {
 
 void WriteQueue::RunBatch(std::deque<Waiter*>& batch) {
   bool durable = Step("BEGIN IMMEDIATE;");
-  for (Waiter* const waiter : batch) waiter->kept = durable && RunOne(*waiter);
+  if (batch.size() == 1) {  // the transaction serves as its savepoint
+    batch.front()->kept = durable = durable && batch.front()->change(db_);
+  } else {
+    for (Waiter* const waiter : batch) waiter->kept = durable && RunOne(*waiter);
+  }
   durable = durable && db_.InTransaction() && Step("COMMIT;");
   if (durable) return;
   if (db_.InTransaction()) (void)db_.Execute("ROLLBACK;");
