@@ -3,9 +3,9 @@
 #include <string_view>
 
 #include "lib/proto-constants.h"
-#include "platform/files.h"
 #include "server/protocol/path-rule.h"
 #include "server/store/content-store.h"
+#include "server/store/fill-file.h"
 
 namespace tolven::server {
 
@@ -80,14 +80,7 @@ ustring Command::NewTemporary() {
 
 ustring Command::NewTemporary(const std::string& bytes) {
   const ustring made = NewTemporary();
-  platform::ScopedFile file;
-  std::size_t written = 0;
-  const bool good =
-      !made.empty() &&
-      platform::files().Open(made, platform::OpenMode::kTruncate, *file.receive()).ok() &&
-      platform::files().Write(file.get(), bytes.data(), bytes.size(), written).ok() &&
-      platform::files().Close(file.Release()).ok();
-  return good ? made : ustring();
+  return !made.empty() && FillFile(made, bytes) ? made : ustring();
 }
 
 ustring Command::FileOf(const Content& content) {

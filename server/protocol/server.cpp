@@ -11,6 +11,7 @@
 #include "server/protocol/connection-table.h"
 #include "server/protocol/listener.h"
 #include "server/protocol/service.h"
+#include "server/store/small-content-mover.h"
 
 namespace tolven::server {
 
@@ -103,6 +104,7 @@ int Serve(const ServeOptions& options, Metadata& metadata, ContentStore& content
   if (service.transfers.Open() < 0 || listener.Open(options.listen_address, options.port) < 0) {
     return -1;
   }
+  const SmallContentMover mover(metadata, contents, service.transfers.IncomingFolder());
   Announce(options, listener.port(), fingerprint);
   AcceptUntil(*stop, listener, service);
   return 0;

@@ -73,9 +73,14 @@ enum class Outcome {
   kModified,  // what is to be removed is newer than the client knows
 };
 
-// What is larger than this lies in the content store. Smaller contents are stored with the
-// metadata, so that one sync makes both durable; a file of its own would take several.
+// What is larger than this goes to the content store before its version is made. Smaller contents
+// come with the metadata, so that one sync makes both durable, and go there later.
 inline constexpr std::uint64_t kLargestSmallContent = 16 * 1024;
+
+struct SmallContent {
+  Content content;
+  std::string bytes;
+};
 
 struct Put {
   std::string path;
@@ -115,6 +120,12 @@ class Metadata {
                                 std::vector<KnownContent>& out) = 0;
   // The bytes of a content that came along with a version.
   virtual int FindBytes(const std::string& sha256, std::string& bytes) = 0;
+  // The highest id among the contents whose bytes are here, 0 for none or a failure; and the oldest
+  // of them, at most `limit`.
+  virtual std::uint64_t LastSmallContent() = 0;
+  virtual int ListSmallContents(std::size_t limit, std::vector<SmallContent>& out) = 0;
+  // Forgets the bytes of contents that the content store has by now.
+  virtual Outcome DropBytes(const std::vector<std::uint64_t>& ids) = 0;
   // Bytes of the files at and below a path: what its removal would free.
   virtual int UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) = 0;
 

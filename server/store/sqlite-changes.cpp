@@ -236,6 +236,18 @@ Outcome SqliteMetadata::Restore(std::uint64_t view, const std::string& path, std
   return PutNode(view, put, made);
 }
 
+Outcome SqliteMetadata::DropBytes(const std::vector<std::uint64_t>& ids) {
+  if (ids.empty()) return Outcome::kDone;
+  return Change([&](Database& db) {
+    for (const std::uint64_t id : ids) {
+      if (!(db.Prepare("DELETE FROM small_contents WHERE content_id = ?") << id).Run()) {
+        return Outcome::kFailed;
+      }
+    }
+    return Outcome::kDone;
+  });
+}
+
 int SqliteMetadata::ListUnusedBytes(bool remove, std::uint64_t& count) {
   {
     const MutexLock hold(reader_lock_);

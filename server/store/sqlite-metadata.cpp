@@ -223,6 +223,27 @@ int SqliteMetadata::FindBytes(const std::string& sha256, std::string& bytes) {
   return found;
 }
 
+std::uint64_t SqliteMetadata::LastSmallContent() {
+  const MutexLock hold(reader_lock_);
+  Query row = reader_.Prepare("SELECT max(content_id) FROM small_contents");
+  return row.Step() == 1 ? row.Number() : 0;
+}
+
+int SqliteMetadata::ListSmallContents(std::size_t limit, std::vector<SmallContent>& out) {
+  const MutexLock hold(reader_lock_);
+  Query rows = reader_.Prepare(
+      "SELECT c.id, c.size, c.md4, c.sha256, s.bytes FROM small_contents s JOIN contents c ON c.id "
+      "= s.content_id ORDER BY s.content_id LIMIT ?");
+  rows << static_cast<std::uint64_t>(limit);
+  int more = 0;
+  while ((more = rows.Step()) == 1) {
+    SmallContent& small = out.emplace_back();
+    small.content = ReadContent(rows);
+    small.bytes = rows.Bytes();
+  }
+  return more;
+}
+
 int SqliteMetadata::UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) {
   const MutexLock hold(reader_lock_);
   if (path != "/") return BytesAt(reader_, view, path, bytes) ? 0 : -1;

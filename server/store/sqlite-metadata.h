@@ -39,6 +39,9 @@ class SqliteMetadata : public Metadata {
                         const KnownContent& after, std::size_t limit,
                         std::vector<KnownContent>& out) override;
   int FindBytes(const std::string& sha256, std::string& bytes) override;
+  std::uint64_t LastSmallContent() override;
+  int ListSmallContents(std::size_t limit, std::vector<SmallContent>& out) override;
+  Outcome DropBytes(const std::vector<std::uint64_t>& ids) override;
   int UsedBytes(std::uint64_t view, const std::string& path, std::uint64_t& bytes) override;
   Outcome PutNode(std::uint64_t view, const Put& put, Node& made) override;
   Outcome RemoveNode(std::uint64_t view, const std::string& path, std::uint64_t sync_id,

@@ -4,7 +4,7 @@ namespace tolven::server {
 
 // `nodes` holds the last version of every path that ever was, `versions` all versions of files that
 // are kept, the last ones included. Numbers count on in each view by themselves. `small_contents`
-// holds the bytes of contents that are not worth a file.
+// holds the bytes of contents that are not in the content store yet.
 const char kServerSchema[] = R"sql(
 BEGIN IMMEDIATE;
 CREATE TABLE IF NOT EXISTS users (

@@ -13,6 +13,7 @@
 #include "platform/forwarding-files.h"
 #include "server/store/file-content-store.h"
 #include "server/store/sha256.h"
+#include "server/store/small-content-mover.h"
 #include "server/store/sqlite-metadata.h"
 #include "support/temp-folder.h"
 
@@ -350,6 +351,17 @@ TEST_F(StoreTest, SmallContentsComeWithTheirVersions) {
   EXPECT_EQ(bytes, texts[2]);
   EXPECT_EQ(metadata.ListUnusedBytes(false, unused), 0);
   EXPECT_EQ(unused, 0U);
+
+  // Later they are contents like others; those that cannot be moved now stay where they are.
+  SmallContentMover mover(metadata, contents_, ustring(folder_.path()));
+  const std::string elsewhere = contents_.PathOf(HashOf(texts[2])).str();
+  std::filesystem::create_directory(elsewhere);
+  EXPECT_FALSE(mover.MoveSome());
+  EXPECT_EQ(metadata.FindBytes(HashOf(texts[2]), bytes), 1);
+  std::filesystem::remove(elsewhere);
+  while (metadata.LastSmallContent() != 0) mover.MoveSome();
+  EXPECT_EQ(test::ReadFile(elsewhere), texts[2]);
+  EXPECT_EQ(metadata.FindBytes(HashOf(texts[2]), bytes), 0);
 }
 
 TEST(StoreKilled, LosesNoAcknowledgedChange) {
