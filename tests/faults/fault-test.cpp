@@ -78,19 +78,22 @@ class Faults : public ::testing::TestWithParam<Kind> {
 
   // Until the sync has come to its end.
   bool Settle(const SmallSync::Run& run) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto end = std::chrono::steady_clock::now() + kLongest;
     while (!run.Differences().empty() || !engine_->IsIdle()) {
       if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(kLook);
     }
     return true;
   }
-  // The same, or until nothing happens any more: a change may be forgotten until the next sync.
+  // The same, or until nothing happens any more after the call that failed: a change may be
+  // forgotten until the next sync.
   bool SettleOrGiveUp(const SmallSync::Run& run) {
     auto busy = std::chrono::steady_clock::now();
+    const auto end = busy + kLongest;
     while (!run.Differences().empty() || !engine_->IsIdle()) {
-      if (!engine_->IsIdle()) busy = std::chrono::steady_clock::now();
-      if (std::chrono::steady_clock::now() - busy > kQuiet) return false;
+      const auto now = std::chrono::steady_clock::now();
+      if (!engine_->IsIdle() || plan_.failures() == 0) busy = now;
+      if (now - busy > kQuiet || now > end) return false;
       std::this_thread::sleep_for(kLook);
     }
     return true;
@@ -106,6 +109,7 @@ class Faults : public ::testing::TestWithParam<Kind> {
     const bool settled = added && SettleOrGiveUp(run);
     const bool failed = plan_.failures() > 0;
     SCOPED_TRACE("call " + std::to_string(nth) + ", " + Failed());
+    EXPECT_TRUE(settled || failed) << ::testing::PrintToString(run.Differences());
     if (settled && ResumeTransMgr::GetInstance().Size() == 0) {
       // What could not be removed waits for the next start.
       EXPECT_LE(run.LeftOvers().size(), files_ ? 1U : 0U)
@@ -132,6 +136,7 @@ class Faults : public ::testing::TestWithParam<Kind> {
 
   static constexpr std::chrono::milliseconds kLook{5};
   static constexpr std::chrono::milliseconds kQuiet{700};
+  static constexpr std::chrono::seconds kLongest{60};
 
   platform::FaultPlan plan_;
   Mutex lock_;
