@@ -49,11 +49,13 @@ wait_fuzzers() {
   return $status
 }
 
-# run_chaos BUILD SECONDS: random work on two daemons and a server. The seeds are those of this moment
-# unless CHAOS_SEED names one; what is left of a failure is in BUILD/chaos-failures.
+# run_chaos BUILD SECONDS: random work on two daemons and a server. It ends within a round of SECONDS,
+# and prints each seed as it begins and the figures at its end. The seeds are those of this moment
+# unless CHAOS_SEED names one; what is left of a failure is in BUILD/chaos-failures. A round that hangs
+# is ended.
 run_chaos() {
-  "$1/tests/chaos/test_chaos" --seconds "$2" --seed "${CHAOS_SEED:-$(date +%s)}" \
-    --keep "$1/chaos-failures"
+  timeout -k 10 "$(($2 + 600))" "$1/tests/chaos/test_chaos" --seconds "$2" \
+    --seed "${CHAOS_SEED:-$(date +%s)}" --operations 100 --phases 2 --keep "$1/chaos-failures"
 }
 
 # run_tidy BUILD: clang-tidy on every source whose text, or that of a header it includes, has changed

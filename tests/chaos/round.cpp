@@ -247,6 +247,10 @@ std::string Round::Start(Side& side) {
 std::string Round::MoveRoot(Side& side, bool away) {
   if (side.is_away == away) return "is so";
   const std::string other = side.root + "-away";
+  if (!away && fs::exists(side.root)) {
+    Fail(side.name + ": a root of its own while the true one is away");
+    return "taken";
+  }
   fs::rename(away ? side.root : other, away ? other : side.root);
   side.is_away = away;
   side.was_away = side.was_away || away;

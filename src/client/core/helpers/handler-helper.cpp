@@ -13,6 +13,14 @@ namespace tolven {
 
 namespace {
 
+// Whether the session is still the one that the event is of: the first worker is not waited for
+// when another takes its place, and may come with what it fetched long ago.
+bool IsSessionThere(const Registry::Entry& entry) {
+  Registry::Entry now;
+  return entry.generation == 0 || (Registry::getInstance().Find(entry.sess_id, now) == 1 &&
+                                   now.generation == entry.generation);
+}
+
 int OfClass(std::uint32_t code) {
   switch (ProtoErrorClass(code)) {
     case SPROTO_ERR_USER:
@@ -102,6 +110,7 @@ ustring HandlerHelper::RemotePath(const EventContext& context) {
 }
 
 bool HandlerHelper::IsRootProved(const EventContext& context) {
+  if (!IsSessionThere(context.GetEntry())) return false;
   const shared_pointer<RootProof>& proof = context.GetEntry().root_proof;
   return proof == nullptr || proof->IsProved();
 }

@@ -26,8 +26,8 @@ struct HandlerHelper {
   static void TakeServerAttributes(const PObject& response, DBFileInfo& record);
   // The event's path as the server has it.
   static ustring RemotePath(const EventContext& context);
-  // Whether the session's folder is the one that it was; only then an absence in it says anything,
-  // and only then it is written to.
+  // Whether the session is still there, and its folder the one that it was; only then an absence in
+  // it says anything, and only then it is written to.
   static bool IsRootProved(const EventContext& context);
   // Whether the disk has the event's object, or a folder above it, in another spelling, which the
   // file system takes for the same name. `spelled` is the event path that is there.
