@@ -66,8 +66,8 @@ int Channel::AskRelay(const char* host, int port, int& status) {
   const bool is_ready = ssl->setMaxVersion(TLS1_2_VERSION) == 0 && m_bio->handoverTo(*ssl) == 0;
   if (is_ready) {
     const auto whole = duration_cast<seconds>(m_timeout);
-    status = ZENTTunnelClientHandshake(ssl->ssl(), host, port, whole.count(),
-                                       (m_timeout - whole).count(),
+    status = ZENTTunnelClientHandshake(ssl->ssl(), host, port, static_cast<long>(whole.count()),
+                                       static_cast<long>((m_timeout - whole).count()),
                                        static_cast<int>(channel_timeout), AbortFlag());
   }
   // After a handshake that failed the socket may be in both.

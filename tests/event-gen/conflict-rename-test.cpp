@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <filesystem>
 #include <set>
 
 #include "platform/fake-clock.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -14,7 +16,7 @@ namespace {
 class ConflictRenameTest : public testing::Test {
  protected:
   ConflictRenameTest() {
-    setenv("TZ", "UTC", 1);
+    test::SetVariable("TZ", "UTC");
     tzset();
     platform::SetClock(&clock_);
   }

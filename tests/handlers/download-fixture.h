@@ -25,6 +25,7 @@
 #include "platform/mutex.h"
 #include "rsapi-cpp/simple-file-reader.h"
 #include "support/scripted-server.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven::test {
