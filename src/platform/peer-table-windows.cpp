@@ -21,7 +21,7 @@ void AwaitFirstWord(SOCKET socket) {
   fd_set set;
   FD_ZERO(&set);
   set.fd_array[set.fd_count++] = socket;
-  const timeval limit{0, kFirstWordMs * 1000};
+  timeval limit{0, kFirstWordMs * 1000};
   (void)::select(0, &set, nullptr, nullptr, &limit);
 }
 

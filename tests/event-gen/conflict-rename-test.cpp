@@ -66,6 +66,9 @@ TEST_F(ConflictRenameTest, LongNamesFitTheDisk) {
 }
 
 TEST_F(ConflictRenameTest, TakesBlanksOff) {
+  Make("x ");
+  if (!Names().contains("x ")) GTEST_SKIP() << "no blanks at the end of names here";
+  std::filesystem::remove((folder_ / "x ").str());
   const auto rename = [this](const char* name, const char* tag) {
     Make(name);
     return WhiteSpaceConflictRename(folder_ / name, "pc", tag);

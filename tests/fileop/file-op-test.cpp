@@ -111,8 +111,9 @@ TEST(FileOp, AChildThatVanishedIsNoReasonToCallTheTreeRemoved) {
 
 TEST(FileOp, DeepTreesAreWalkedAndRemoved) {
   const TempFolder folder;
+  const std::string step = "/" + std::string(test::kNameLength, 'd');
   std::string deepest;
-  while (folder.path().size() + deepest.size() < 4000) deepest += "/d";
+  while (folder.path().size() + deepest.size() < 4000) deepest += step;
   EXPECT_EQ(FSMKDir(folder.path() + deepest, true), 0);
   WriteFile(folder.path() + deepest + "/f", "x");
   std::size_t visited = 0;
@@ -124,9 +125,9 @@ TEST(FileOp, DeepTreesAreWalkedAndRemoved) {
                 },
                 &visited),
             0);
-  EXPECT_EQ(visited, deepest.size() / 2 + 2);
-  EXPECT_EQ(FSRemove(folder / "d", false), 0);
-  EXPECT_FALSE(fs::exists((folder / "d").str()));
+  EXPECT_EQ(visited, deepest.size() / step.size() + 2);
+  EXPECT_EQ(FSRemove(folder.path() + step, false), 0);
+  EXPECT_FALSE(fs::exists(folder.path() + step));
 }
 
 class FakeTrash : public platform::Trash {

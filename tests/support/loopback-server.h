@@ -33,7 +33,7 @@ class LoopbackServer {
     {
       const std::lock_guard lock(mutex_);
       is_ending_ = true;
-      for (const Socket each : sockets_) (void)g_sockets.ShutDown(each);
+      for (const Socket each : sockets_) End(each);
     }
     for (std::thread& each : serving_) each.join();
   }
@@ -53,6 +53,10 @@ class LoopbackServer {
   void Close(Socket socket) {
     const std::lock_guard lock(mutex_);
     sockets_.erase(socket);
+    {
+      const std::lock_guard ended(EndedOnes().mutex);
+      EndedOnes().sockets.erase(socket);
+    }
     (void)g_sockets.Close(socket);
   }
   // Is told of the bytes that were carried, from the client or to it; false ends the connection.
@@ -68,8 +72,8 @@ class LoopbackServer {
         got = Receive(from, bytes.data(), bytes.size());
         if (!Send(to, {bytes.data(), got}) || (got > 0 && !watch(from == client, got))) break;
       }
-      (void)g_sockets.ShutDown(from);
-      (void)g_sockets.ShutDown(to);
+      End(from);
+      End(to);
     };
     std::thread back(carry, target, client);
     carry(client, target);
@@ -87,6 +91,11 @@ class LoopbackServer {
   }
   // 0 at the end of the connection, whatever the reason.
   static std::size_t Receive(Socket socket, char* data, std::size_t size) {
+    // Not every system ends a read when its own socket is shut down.
+    while (g_sockets.Wait(socket, platform::SocketWait::kRead, kLookAroundMs)
+               .is(platform::ErrorKind::kTimedOut)) {
+      if (HasEnded(socket)) return 0;
+    }
     std::size_t got = 0;
     return g_sockets.Receive(socket, data, size, got).ok() ? got : 0;
   }
@@ -107,10 +116,31 @@ class LoopbackServer {
   }
 
  private:
+  static constexpr int kLookAroundMs = 50;
+
+  // Those that were shut down here and are still open.
+  struct Ended {
+    std::mutex mutex;
+    std::set<Socket> sockets;
+  };
+  static Ended& EndedOnes() {
+    static Ended ended;
+    return ended;
+  }
+  static void End(Socket socket) {
+    const std::lock_guard lock(EndedOnes().mutex);
+    EndedOnes().sockets.insert(socket);
+    (void)g_sockets.ShutDown(socket);
+  }
+  static bool HasEnded(Socket socket) {
+    const std::lock_guard lock(EndedOnes().mutex);
+    return EndedOnes().sockets.contains(socket);
+  }
+
   void Keep(Socket socket) {
     const std::lock_guard lock(mutex_);
     sockets_.insert(socket);
-    if (is_ending_) (void)g_sockets.ShutDown(socket);
+    if (is_ending_) End(socket);
   }
   void Accept() {
     Socket visitor = platform::kInvalidSocket;

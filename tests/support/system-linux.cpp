@@ -11,6 +11,8 @@ namespace fs = std::filesystem;
 
 const char* const kDevice = "/dev/null";
 
+const std::size_t kNameLength = 1;
+
 void SetVariable(const char* name, const std::string& value) { ::setenv(name, value.c_str(), 1); }
 
 void UseDataHome(const std::string& folder) { SetVariable("XDG_DATA_HOME", folder); }

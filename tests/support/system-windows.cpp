@@ -33,6 +33,8 @@ BOOL CALLBACK TakeSessionWindow(HWND window, LPARAM search) {
 
 const char* const kDevice = nullptr;
 
+const std::size_t kNameLength = 40;
+
 void SetVariable(const char* name, const std::string& value) { ::_putenv_s(name, value.c_str()); }
 
 void UseDataHome(const std::string& folder) {

@@ -25,6 +25,10 @@ void KillProgram(std::int64_t pid);
 // The path of something that is neither a file nor a folder; null where none has a path.
 extern const char* const kDevice;
 
+// Of the names in a tree that is as deep as tests can afford: short ones make a deep tree, which
+// wine takes long to walk.
+extern const std::size_t kNameLength;
+
 // Whether a file's mode says who may use it.
 bool HasModes();
 

@@ -150,7 +150,9 @@ TEST(ChannelTest, SlowPeerGetsTheWholeFileAndAStalledOneATimeOut) {
   stalled = true;
   const int before = sockets.waits();
   EXPECT_EQ(pair.a.Sendfile(source.file.get(), 0, kSize, &reporter), -2);
-  EXPECT_EQ(sockets.waits() - before, 2);
+  // Not before a second of silence, though something may still have gone out first.
+  EXPECT_GE(sockets.waits() - before, 2);
+  EXPECT_LE(sockets.waits() - before, 20);
 }
 
 TEST(ChannelTest, FlagEndsReadWriteSendfileAndConnect) {
