@@ -97,7 +97,10 @@ with_wine() (
   WINEPREFIX=$(mktemp -d)
   # The recycle bin is the desktop's trash.
   XDG_DATA_HOME=$WINEPREFIX/data
-  export LC_ALL=C.UTF-8 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" WINEPREFIX XDG_DATA_HOME
+  # Where local application data is, which tests move for the programs that they start.
+  TOLVEN_DATA_HOME='C:\data'
+  export LC_ALL=C.UTF-8 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+  export WINEPREFIX XDG_DATA_HOME TOLVEN_DATA_HOME
   wine=/usr/lib/wine/wine64 server=/usr/lib/wine/wineserver64
   trap '$server -k; $server -w; rm -rf "$WINEPREFIX"' EXIT
   start_wine </dev/null >/dev/null 2>&1
@@ -113,6 +116,9 @@ start_wine() {
     '[HKEY_CURRENT_USER\Software\Wine\WineDbg]' '"ShowCrashDialog"=dword:00000000' '' \
     >"$WINEPREFIX/settings.reg"
   $wine regedit "$WINEPREFIX/settings.reg"
+  $wine reg add 'HKCU\Software\Microsoft\Windows\CurrentVersion\Explorer\User Shell Folders' \
+    /v 'Local AppData' /t REG_EXPAND_SZ /d %TOLVEN_DATA_HOME% /f
+  mkdir -p "$WINEPREFIX/drive_c/data"
   $server -w
   $server -p
   $wine cmd /c exit

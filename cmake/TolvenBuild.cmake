@@ -76,7 +76,12 @@ function(tolven_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} GTest::gtest GTest::gmock tolven_test_main
                                         tolven_options)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300 LABELS
+  set(timeout 300)
+  if(WIN32)
+    # Wine takes several times as long for anything that has to do with files.
+    set(timeout 900)
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${timeout} LABELS
                                                                   "${ARG_LABELS}")
 endfunction()
 

@@ -71,11 +71,10 @@ class WindowsIdentity : public Identity {
   }
 
   PeerOwner OwnerOfPeer(NativeSocket socket) override {
-    // The peer's end has our ports the other way round.
     const int ours = LoopbackPort(&::getsockname, socket);
     const int theirs = LoopbackPort(&::getpeername, socket);
     if (ours == 0 || theirs == 0) return PeerOwner::kUnknown;
-    const DWORD pid = FindHolder(theirs, ours);
+    const DWORD pid = FindHolder(static_cast<SOCKET>(socket), theirs, ours);
     return pid == 0 ? PeerOwner::kUnknown : OwnerOfProcess(pid);
   }
 };

@@ -1,5 +1,6 @@
 #include "platform/peer-table-windows.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/wide-windows.h"
@@ -8,12 +9,21 @@ namespace tolven::platform {
 
 namespace {
 
-// The owner may show a moment after the connection, and the table grows between the question for
-// its size and the one for itself.
-constexpr int kLooks = 20;
+// The holder may show a moment after the connection, here and there only after its first word.
+// Whoever connects to us has something to say, and a look at the table can take long.
+constexpr int kLooks = 6;
+constexpr int kFirstWordMs = 40;
 constexpr DWORD kBetweenLooksMs = 10;
 
 using Table = std::vector<MIB_TCPROW_OWNER_PID>;
+
+void AwaitFirstWord(SOCKET socket) {
+  fd_set set;
+  FD_ZERO(&set);
+  set.fd_array[set.fd_count++] = socket;
+  timeval limit{0, kFirstWordMs * 1000};
+  (void)::select(0, &set, nullptr, nullptr, &limit);
+}
 
 bool IsEnd(const MIB_TCPROW_OWNER_PID& row, int local_port, int remote_port) {
   const DWORD loopback = ::htonl(INADDR_LOOPBACK);
@@ -22,17 +32,18 @@ bool IsEnd(const MIB_TCPROW_OWNER_PID& row, int local_port, int remote_port) {
          port(row.dwLocalPort) == local_port && port(row.dwRemotePort) == remote_port;
 }
 
-// Empty when the system does not tell, or the table grew meanwhile.
+// Empty when the system does not tell, or the table kept growing.
 Table ReadTable() {
-  DWORD size = 0;
-  (void)::GetExtendedTcpTable(nullptr, &size, FALSE, AF_INET, TCP_TABLE_OWNER_PID_CONNECTIONS, 0);
-  // The number of rows comes first; there is room for some more.
-  std::vector<DWORD> buffer(size / sizeof(DWORD) + 1024);
-  size = static_cast<DWORD>(buffer.size() * sizeof(DWORD));
-  if (::GetExtendedTcpTable(buffer.data(), &size, FALSE, AF_INET, TCP_TABLE_OWNER_PID_CONNECTIONS,
-                            0) != NO_ERROR) {
-    return {};
+  // Asking for the size first would take as long as asking for the rows.
+  std::vector<DWORD> buffer(16 * 1024);
+  DWORD size = 0, code = ERROR_INSUFFICIENT_BUFFER;
+  for (int i = 0; i < 3 && code == ERROR_INSUFFICIENT_BUFFER; ++i) {
+    buffer.resize(std::max<std::size_t>(buffer.size(), size / sizeof(DWORD) + 1024));
+    size = static_cast<DWORD>(buffer.size() * sizeof(DWORD));
+    code = ::GetExtendedTcpTable(buffer.data(), &size, FALSE, AF_INET,
+                                 TCP_TABLE_OWNER_PID_CONNECTIONS, 0);
   }
+  if (code != NO_ERROR) return {};
   const auto* const table = reinterpret_cast<const MIB_TCPTABLE_OWNER_PID*>(buffer.data());
   return {table->table, table->table + table->dwNumEntries};
 }
@@ -71,11 +82,12 @@ PSID UserOf(const TokenData& data) {
 
 }  // namespace
 
-DWORD FindHolder(int local_port, int remote_port) {
+DWORD FindHolder(SOCKET socket, int peer_port, int own_port) {
   for (int look = 0; look < kLooks; ++look) {
     if (look > 0) ::Sleep(kBetweenLooksMs);
+    AwaitFirstWord(socket);
     for (const MIB_TCPROW_OWNER_PID& row : ReadTable()) {
-      if (IsEnd(row, local_port, remote_port) && row.dwOwningPid != 0) return row.dwOwningPid;
+      if (IsEnd(row, peer_port, own_port) && row.dwOwningPid != 0) return row.dwOwningPid;
     }
   }
   return 0;

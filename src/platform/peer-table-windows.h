@@ -6,9 +6,9 @@
 
 namespace tolven::platform {
 
-// The process that holds the connection's end with these ports and 127.0.0.1 as both addresses; 0
-// when the system shows none.
-DWORD FindHolder(int local_port, int remote_port);
+// The process that holds the peer's end of `socket`, whose ports these are, with 127.0.0.1 as both
+// addresses; 0 when the system shows none.
+DWORD FindHolder(SOCKET socket, int peer_port, int own_port);
 
 // Whether a process is of our user, of the system or of an administrator.
 PeerOwner OwnerOfProcess(DWORD pid);

@@ -4,6 +4,7 @@
 #include <limits>
 #include <memory>
 
+#include "platform/file-transfer-windows.h"
 #include "platform/service-slot.h"
 #include "platform/sockets.h"
 #include "platform/wide-windows.h"
@@ -11,9 +12,6 @@
 namespace tolven::platform {
 
 namespace {
-
-// What one TransmitFile may hold up: it does not return before the peer's window has taken it.
-constexpr std::size_t kLargestFilePart = 64 * 1024;
 
 SOCKET Native(NativeSocket socket) { return static_cast<SOCKET>(socket); }
 
@@ -102,36 +100,11 @@ fd_set SetOf(SOCKET socket) {
   return set;
 }
 
-// How much of `size` bytes from `offset` on the file has.
-Status ClampToFile(HANDLE file, std::uint64_t offset, std::size_t& size) {
-  LARGE_INTEGER length{};
-  if (::GetFileSizeEx(file, &length) == FALSE) return LastError();
-  const auto end = static_cast<std::uint64_t>(length.QuadPart);
-  const std::uint64_t left = end > offset ? end - offset : 0;
-  size = static_cast<std::size_t>(std::min<std::uint64_t>({size, left, kLargestFilePart}));
-  return {};
-}
-
-Status Transmit(SOCKET socket, HANDLE file, std::uint64_t offset, std::size_t size,
-                std::size_t& sent) {
-  const ScopedHandle event(::CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!event.valid()) return LastError();
-  OVERLAPPED request{};
-  request.Offset = static_cast<DWORD>(offset);
-  request.OffsetHigh = static_cast<DWORD>(offset >> 32);
-  request.hEvent = event.get();
-  if (::TransmitFile(socket, file, static_cast<DWORD>(size), 0, &request, nullptr,
-                     TF_WRITE_BEHIND) == FALSE) {
-    const Status status = LastSocketError();
-    if (status.code != ERROR_IO_PENDING) return status;
-  }
-  DWORD count = 0;
-  DWORD flags = 0;
-  if (::WSAGetOverlappedResult(socket, &request, &count, TRUE, &flags) == FALSE) {
-    return LastSocketError();
-  }
-  sent = count;
-  return {};
+Status WaitFor(HANDLE event, int timeout_ms) {
+  const DWORD timeout = timeout_ms < 0 ? INFINITE : static_cast<DWORD>(timeout_ms);
+  const DWORD result = ::WaitForSingleObject(event, timeout);
+  if (result == WAIT_OBJECT_0) return {};
+  return result == WAIT_TIMEOUT ? StatusFromError(WSAETIMEDOUT) : LastError();
 }
 
 class WindowsSockets : public Sockets {
@@ -260,6 +233,11 @@ class WindowsSockets : public Sockets {
 
   // select() and not WSAPoll(), which older systems never let know of a connect that failed.
   Status Wait(NativeSocket socket, SocketWait what, int timeout_ms) override {
+    if (what == SocketWait::kWrite) {
+      // Nothing can be written before what is under way has gone.
+      const HANDLE under_way = transfers_.Waitable(Native(socket));
+      if (under_way != nullptr) return WaitFor(under_way, timeout_ms);
+    }
     fd_set read = SetOf(Native(socket));
     fd_set write = read;
     fd_set except = read;
@@ -293,12 +271,7 @@ class WindowsSockets : public Sockets {
 
   Status SendFile(NativeSocket socket, NativeFile file, std::uint64_t offset, std::size_t size,
                   std::size_t& sent) override {
-    sent = 0;
-    const auto handle = reinterpret_cast<HANDLE>(file);
-    const Status status = ClampToFile(handle, offset, size);
-    // A size of 0 would mean the whole file.
-    if (!status.ok() || size == 0) return status;
-    return Transmit(Native(socket), handle, offset, size, sent);
+    return transfers_.Send(Native(socket), reinterpret_cast<HANDLE>(file), offset, size, sent);
   }
 
   Status ShutDown(NativeSocket socket) override {
@@ -306,8 +279,12 @@ class WindowsSockets : public Sockets {
   }
 
   Status Close(NativeSocket socket) override {
+    transfers_.Forget(Native(socket));
     return StatusOfSocketCall(::closesocket(Native(socket)));
   }
+
+ private:
+  FileTransfers transfers_;
 };
 
 using Slot = ServiceSlot<Sockets, WindowsSockets>;

@@ -39,7 +39,11 @@ class Daemon {
     EXPECT_TRUE(ended_);
     return status;
   }
-  std::string Output() const { return ReadFile(folder_ / "out"); }
+  std::string Output() const {
+    std::string output = ReadFile(folder_ / "out");
+    std::erase(output, '\r');
+    return output;
+  }
 
   platform::ChildProcess child;
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <signal.h>
 
 #include <chrono>
 #include <filesystem>
@@ -14,6 +13,8 @@
 
 #include "platform/process.h"
 #include "server/protocol/certificate.h"
+#include "support/program.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 #include "support/test-proxy.h"
 #include "support/test-relay.h"
@@ -21,12 +22,14 @@
 namespace tolven::ctl {
 namespace {
 
+constexpr int kKilled = 137;  // the exit status
+
 using test::ReadFile;
 using test::TempFolder;
 
 class CtlProcess : public testing::Test {
  protected:
-  CtlProcess() { setenv("XDG_DATA_HOME", home_.path().c_str(), 1); }
+  CtlProcess() { test::UseDataHome(home_.path()); }
   ~CtlProcess() override {
     int status = 0;
     if (resident_.pid > 0 && !platform::process().WaitForExit(resident_, 0, status)) {
@@ -40,11 +43,9 @@ class CtlProcess : public testing::Test {
 
   // A command's exit status; what it printed goes to `output`.
   int Run(const std::string& words, std::string* output = nullptr) {
-    const std::string file = (home_ / "output").str();
-    const int result =
-        std::system((std::string(TOLVENCTL) + " " + words + " > " + file + " 2>&1").c_str());
-    if (output != nullptr) *output = ReadFile(ustring(file));
-    return WEXITSTATUS(result);
+    const test::Outcome outcome = test::RunLine(TOLVENCTL, words);
+    if (output != nullptr) *output = outcome.output;
+    return outcome.status;
   }
 
   void StartResident(std::vector<ustring> words = {"run"}) {
@@ -123,14 +124,14 @@ TEST_F(CtlProcess, ServesCommandsUntilItIsStopped) {
 TEST_F(CtlProcess, EndsInOrderOnCtrlC) {
   StartResident();
   const std::int64_t daemon = DaemonPid();
-  kill(static_cast<pid_t>(resident_.pid), SIGINT);
+  test::AskToEnd(resident_.pid);
   EXPECT_EQ(ResidentStatus(), 0);
   EXPECT_FALSE(platform::process().IsRunning(daemon));
 }
 
 TEST_F(CtlProcess, TellsWhenTheDaemonDies) {
   StartResident();
-  kill(static_cast<pid_t>(DaemonPid()), SIGKILL);
+  test::KillProgram(DaemonPid());
   EXPECT_EQ(ResidentStatus(), 1);
   EXPECT_NE(ReadFile(home_ / "resident.out").find("the daemon ended by itself"), std::string::npos);
   StartResident();  // and the next one starts
@@ -140,7 +141,7 @@ TEST_F(CtlProcess, StopsADaemonThatWasLeftBehind) {
   StartResident();
   const std::int64_t daemon = DaemonPid();
   ASSERT_TRUE(platform::process().Kill(resident_).ok());
-  EXPECT_EQ(ResidentStatus(), 128 + SIGKILL);
+  EXPECT_EQ(ResidentStatus(), kKilled);
   EXPECT_TRUE(platform::process().IsRunning(daemon));
   StartResident();
   EXPECT_FALSE(platform::process().IsRunning(daemon));
@@ -200,7 +201,7 @@ TEST_F(CtlProcess, ChecksTokenAndCertificateOfAServer) {
   const std::string certificate = (home_ / "Tolvenhub/server/server.pem").str();
 
   const TempFolder other;
-  setenv("XDG_DATA_HOME", other.path().c_str(), 1);
+  test::UseDataHome(other.path());
   const std::string server =
       "add " + (other / "docs").str() + " --view 1 --server " + connection["server"].asString();
   std::string output;
@@ -220,7 +221,7 @@ TEST_F(CtlProcess, ChecksTokenAndCertificateOfAServer) {
   test::WriteFile(other / "own/right.pem", ReadFile(ustring(certificate)));
   EXPECT_EQ(Run(server + token + " --ca " + (other / "own").str(), &output), 0) << output;
   EXPECT_EQ(Run("remove --yes"), 0);
-  setenv("XDG_DATA_HOME", home_.path().c_str(), 1);
+  test::UseDataHome(home_.path());
 }
 
 // One home's server is the other's, by way of a proxy and a relay.
@@ -234,7 +235,7 @@ TEST_F(CtlProcess, UpGoesThroughAProxyAndARelay) {
   const std::string at = "@127.0.0.1:" + std::to_string(proxy.port());
 
   const TempFolder other;
-  setenv("XDG_DATA_HOME", other.path().c_str(), 1);
+  test::UseDataHome(other.path());
   const std::string server = "add " + (other / "docs").str() + " --view 1 --server " +
                              connection["server"].asString() + " --token " +
                              connection["token"].asString() + " --ca " + certificate;
@@ -258,7 +259,7 @@ TEST_F(CtlProcess, UpGoesThroughAProxyAndARelay) {
   EXPECT_EQ(Run("stop"), 0);
   EXPECT_EQ(ResidentStatus(), 0);
   resident_ = first;
-  setenv("XDG_DATA_HOME", home_.path().c_str(), 1);
+  test::UseDataHome(home_.path());
 }
 
 }  // namespace

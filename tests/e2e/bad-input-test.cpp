@@ -235,7 +235,7 @@ TEST_F(Sync, ALinkStandsForTheFolderBehindIt) {
   TempFolder folders;
   const std::string real = folders.path() + "/real", link = folders.path() + "/link";
   fs::create_directory(real);
-  fs::create_directory_symlink(real, link);
+  if (!MakeLink(real, link)) GTEST_SKIP() << "no links here";
   ClientProcess a(server_, "a", {.root = link}), b(server_, "b");
   Write(a, "dir/one", "one");
   Write(b, "two", "two");

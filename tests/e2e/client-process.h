@@ -47,7 +47,7 @@ inline Tree ReadTree(const std::string& root) {
   std::error_code error;
   for (fs::recursive_directory_iterator at(root, error), end; !error && at != end;
        at.increment(error)) {
-    const std::string path = at->path().string();
+    const std::string path = Utf8(at->path());
     if (at->path().filename() == ".ZentrovaWorkingDirectory") {
       at.disable_recursion_pending();
       continue;
@@ -265,7 +265,7 @@ class ClientProcess {
   std::vector<std::string> TemporaryFiles() const {
     std::vector<std::string> names;
     for (const auto& item : fs::directory_iterator(working_directory())) {
-      const std::string name = item.path().filename().string();
+      const std::string name = Utf8(item.path().filename());
       if (name != "#ZentRecycle" && name != "#RootId") names.push_back(name);
     }
     return names;
@@ -289,10 +289,10 @@ class ClientProcess {
   void KeepLog() const {
     const fs::path kept =
         fs::temp_directory_path() /
-        ("tolven-failed-" + name_ + "-" + fs::path(folder_.path()).filename().string() + ".log");
+        ("tolven-failed-" + name_ + "-" + Utf8(fs::path(folder_.path()).filename()) + ".log");
     std::error_code error;
     fs::copy_file(home_.log.str(), kept, fs::copy_options::overwrite_existing, error);
-    std::printf("the log of %s is in %s\n", name_.c_str(), kept.c_str());
+    std::printf("the log of %s is in %s\n", name_.c_str(), Utf8(kept).c_str());
   }
 
   const ServerProcess& server_;

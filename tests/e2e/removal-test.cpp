@@ -19,7 +19,7 @@ namespace {
 void Write(const ClientProcess& client, const std::string& path, const std::string& content) {
   const fs::path full((client / path).str());
   fs::create_directories(full.parent_path());
-  WriteFile(ustring(full.string()), content);
+  WriteFile(Utf8(full), content);
 }
 
 void Remove(const ClientProcess& client, const std::string& path) {

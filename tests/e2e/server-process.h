@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <random>
 #include <string>
@@ -13,6 +11,8 @@
 #include <vector>
 
 #include "platform/process.h"
+#include "support/program.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven::test {
@@ -42,15 +42,9 @@ class ServerProcess {
 
   // Runs one of the administrator's commands and gives its output.
   std::string Admin(const std::string& words) {
-    const std::string command = std::string(SERVER) + " " + words + " --data " + Data();
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::string output;
-    std::array<char, 4096> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-      output.append(buffer.data(), got);
-    }
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    return output;
+    const Outcome outcome = RunLine(SERVER, words + " --data " + Data());
+    EXPECT_EQ(outcome.status, 0) << words << ": " << outcome.output;
+    return outcome.output;
   }
 
   // On the same port each time. A port of the range from which the system takes those of

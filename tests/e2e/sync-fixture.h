@@ -28,7 +28,7 @@ class Sync : public ::testing::Test {
                     const std::string& content) {
     const fs::path full((client / path).str());
     fs::create_directories(full.parent_path());
-    WriteFile(ustring(full.string()), content);
+    WriteFile(Utf8(full), content);
   }
   // Puts a whole file in the place of another, so that nobody sees an empty one in between.
   void Replace(const ClientProcess& client, const std::string& path, const std::string& content) {

@@ -16,6 +16,7 @@
 #include "platform/fault-plan.h"
 #include "platform/forwarding-files.h"
 #include "support/faulty-vfs.h"
+#include "support/program.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -57,10 +58,10 @@ TEST(EventDbKilled, HoldsWholeRecordsAlone) {
   const ustring file = folder / "event.sqlite";
   constexpr unsigned kRounds = 300;
   for (unsigned round = 0; round < kRounds; ++round) {
-    const std::string command = std::string(EVENT_DB_WRITER) + " " + folder.path() + " " +
-                                std::to_string(1 + round * 100) + " " +
-                                std::to_string(1 + round * 37 % 1009);
-    ASSERT_EQ(std::system(command.c_str()) >> 8, 9) << command;
+    const test::Outcome killed =
+        test::RunProgram({EVENT_DB_WRITER, folder.path(), std::to_string(1 + round * 100),
+                          std::to_string(1 + round * 37 % 1009)});
+    ASSERT_EQ(killed.status, 9) << round << ": " << killed.output;
     if (round % 5 != 0) continue;  // mostly, the next writer finds what the last one left
     ASSERT_EQ(Select(file, "PRAGMA integrity_check"), Rows{"ok"});
     if (Select(file, "SELECT name FROM sqlite_master").empty()) continue;

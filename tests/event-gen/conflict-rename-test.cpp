@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <filesystem>
 #include <set>
 
 #include "platform/fake-clock.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -14,7 +16,7 @@ namespace {
 class ConflictRenameTest : public testing::Test {
  protected:
   ConflictRenameTest() {
-    setenv("TZ", "UTC", 1);
+    test::SetVariable("TZ", "UTC");
     tzset();
     platform::SetClock(&clock_);
   }
@@ -64,6 +66,9 @@ TEST_F(ConflictRenameTest, LongNamesFitTheDisk) {
 }
 
 TEST_F(ConflictRenameTest, TakesBlanksOff) {
+  Make("x ");
+  if (!Names().contains("x ")) GTEST_SKIP() << "no blanks at the end of names here";
+  std::filesystem::remove((folder_ / "x ").str());
   const auto rename = [this](const char* name, const char* tag) {
     Make(name);
     return WhiteSpaceConflictRename(folder_ / name, "pc", tag);

@@ -176,8 +176,9 @@ TEST_F(ServerRecordTest, RefusesWhatIsMalformedOrLeadsOut) {
     EXPECT_EQ(PushEvent(entry_, record), -1) << i;
   }
 
-  std::filesystem::create_directory_symlink("/tmp", (entry_.local_path + "/link").str());
-  EXPECT_EQ(PushEvent(entry_, Record("/link/f", 5)), -1);
+  if (test::MakeLink(folder_.path(), (entry_.local_path + "/link").str())) {
+    EXPECT_EQ(PushEvent(entry_, Record("/link/f", 5)), -1);
+  }
   EXPECT_TRUE(Events().empty());
   entry_.isMSDOS = true;  // a disk on which the other spelling is the same folder
   EXPECT_EQ(PushEvent(entry_, Record("/.zentrovaworkingdirectory/x", 1)), -1);

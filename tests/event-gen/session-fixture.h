@@ -14,6 +14,7 @@
 #include "client/file-event-db.h"
 #include "lib/black-list2.h"
 #include "lib/file-status-db.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven::test {

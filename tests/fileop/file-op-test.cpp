@@ -11,6 +11,7 @@
 #include "platform/forwarding-files.h"
 #include "platform/trash.h"
 #include "platform/volumes.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -33,7 +34,7 @@ TEST(FileOp, TellsKindsAndAbsence) {
   const TempFolder folder;
   WriteFile(folder / "file", "12345");
   fs::create_directory((folder / "dir").str());
-  fs::create_symlink("dir", (folder / "link").str());
+  const bool has_link = test::MakeLink("dir", (folder / "link").str());
   EXPECT_FALSE(Look(folder / "missing").isExist);
   EXPECT_FALSE(Look(folder / "file/below").isExist);
   EXPECT_FALSE(Look("").isExist);
@@ -41,7 +42,7 @@ TEST(FileOp, TellsKindsAndAbsence) {
   EXPECT_EQ(Look(folder / "file").type, FT_FILE);
   EXPECT_EQ(Look(folder / "file").size, 5u);
   EXPECT_EQ(Look(folder / "dir").type, FT_DIR);
-  EXPECT_EQ(Look(folder / "link").type, FT_SLINK);
+  EXPECT_TRUE(!has_link || Look(folder / "link").type == FT_SLINK);
   EXPECT_TRUE(IsFileExist(folder / "file", true));
   EXPECT_FALSE(IsFileExist(folder / "FILE", true));
   EXPECT_FALSE(isFileLocked(folder / "missing", kLockRead));
@@ -60,13 +61,15 @@ TEST(FileOp, RemovesTreesButNeverWhatLinksPointTo) {
   fs::create_directories((folder / "tree/a/b").str());
   WriteFile(folder / "tree/a/read-only", "r");
   fs::permissions((folder / "tree/a/read-only").str(), fs::perms::owner_read);
-  fs::create_directory_symlink(outside.path(), (folder / "tree/a/link").str());
-  fs::create_directory_symlink(outside.path(), (folder / "top-link").str());
+  const bool has_links = test::MakeLink(outside.path(), (folder / "tree/a/link").str()) &&
+                         test::MakeLink(outside.path(), (folder / "top-link").str());
 
   EXPECT_EQ(FSRemove(folder / "tree", false), 0);
   EXPECT_FALSE(fs::exists((folder / "tree").str()));
-  EXPECT_EQ(FSRemove(folder / "top-link", false), 0);
-  EXPECT_FALSE(fs::is_symlink((folder / "top-link").str()));
+  if (has_links) {
+    EXPECT_EQ(FSRemove(folder / "top-link", false), 0);
+    EXPECT_FALSE(fs::is_symlink((folder / "top-link").str()));
+  }
   EXPECT_EQ(ReadFile(outside / "precious"), "x");
   EXPECT_EQ(FSRemove(folder / "missing", false), 0);
   EXPECT_EQ(FSRemove("", false), -1);
@@ -74,6 +77,7 @@ TEST(FileOp, RemovesTreesButNeverWhatLinksPointTo) {
 
 TEST(FileOp, RemovalNeverEntersAFolderThatBecameALink) {
   const TempFolder folder, outside;
+  if (!test::MakeLink(outside.path(), (folder / "link").str())) GTEST_SKIP() << "no links here";
   WriteFile(outside / "precious", "x");
   fs::create_directories((folder / "tree/a").str());
   platform::FaultPlan plan;
@@ -81,7 +85,7 @@ TEST(FileOp, RemovalNeverEntersAFolderThatBecameALink) {
     // The folder becomes a link after it was listed as a folder.
     if (std::string_view(call) == "OpenRealDirectory" && plan.calls("OpenRealDirectory") == 1) {
       fs::rename((folder / "tree/a").str(), (outside / "moved").str());
-      fs::create_directory_symlink(outside.path(), (folder / "tree/a").str());
+      EXPECT_TRUE(test::MakeLink(outside.path(), (folder / "tree/a").str()));
     }
     return plan.hook()(call);
   });
@@ -107,8 +111,9 @@ TEST(FileOp, AChildThatVanishedIsNoReasonToCallTheTreeRemoved) {
 
 TEST(FileOp, DeepTreesAreWalkedAndRemoved) {
   const TempFolder folder;
+  const std::string step = "/" + std::string(test::kNameLength, 'd');
   std::string deepest;
-  while (folder.path().size() + deepest.size() < 4000) deepest += "/d";
+  while (folder.path().size() + deepest.size() < 4000) deepest += step;
   EXPECT_EQ(FSMKDir(folder.path() + deepest, true), 0);
   WriteFile(folder.path() + deepest + "/f", "x");
   std::size_t visited = 0;
@@ -120,9 +125,9 @@ TEST(FileOp, DeepTreesAreWalkedAndRemoved) {
                 },
                 &visited),
             0);
-  EXPECT_EQ(visited, deepest.size() / 2 + 2);
-  EXPECT_EQ(FSRemove(folder / "d", false), 0);
-  EXPECT_FALSE(fs::exists((folder / "d").str()));
+  EXPECT_EQ(visited, deepest.size() / step.size() + 2);
+  EXPECT_EQ(FSRemove(folder.path() + step, false), 0);
+  EXPECT_FALSE(fs::exists(folder.path() + step));
 }
 
 class FakeTrash : public platform::Trash {
@@ -188,9 +193,10 @@ TEST(FileOp, CopyReportsEveryFailureAndKeepsTheSource) {
   EXPECT_GT(nth, 5u);
 
   // Through a link as well, a file copied onto itself keeps its content.
-  fs::create_symlink("from", (folder / "link").str());
   EXPECT_EQ(FSCopy(folder / "from", folder / "from", true), -1);
-  EXPECT_EQ(FSCopy(folder / "from", folder / "link", true), -1);
+  if (test::MakeLink("from", (folder / "link").str())) {
+    EXPECT_EQ(FSCopy(folder / "from", folder / "link", true), -1);
+  }
   EXPECT_EQ(ReadFile(folder / "from").size(), 100'000u);
 
   EXPECT_EQ(FSCopy(folder / "from", folder / "moved", true), 0);
@@ -210,9 +216,10 @@ TEST(FileOp, MakesFolders) {
   EXPECT_EQ(ReadFile(folder / "a/file"), "x");
   EXPECT_EQ(FSMKDirP(folder / "a/file/d", nullptr, true, -1, -1, 0), 0);
   EXPECT_TRUE(fs::is_directory((folder / "a/file/d").str()));
-  fs::create_directory_symlink("b", (folder / "a/link").str());
-  EXPECT_EQ(FSMKDirP(folder / "a/link/e", nullptr, true, -1, -1, 0), 0);
-  EXPECT_TRUE(fs::is_directory((folder / "a/b/e").str()));
+  if (test::MakeLink("b", (folder / "a/link").str())) {
+    EXPECT_EQ(FSMKDirP(folder / "a/link/e", nullptr, true, -1, -1, 0), 0);
+    EXPECT_TRUE(fs::is_directory((folder / "a/b/e").str()));
+  }
   EXPECT_EQ(FSMKDir(folder / std::string(300, 'n'), true), kNameNotSupported);
   EXPECT_EQ(FSMKDirP("", nullptr, true, -1, -1, 0), -1);
 }
@@ -227,7 +234,8 @@ TEST(FileOp, TemporaryFilesAreNewAndPrivate) {
   EXPECT_EQ(FSMktemp(ustring(folder.path()), path), 0);
   platform::SetFiles(nullptr);
   EXPECT_EQ(plan.calls("Open"), 2u);
-  EXPECT_EQ(fs::status(path.str()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_TRUE(!test::HasModes() || fs::status(path.str()).permissions() ==
+                                       (fs::perms::owner_read | fs::perms::owner_write));
   EXPECT_EQ(FSMktemp(folder / "missing", path), -1);
   for (const char* root : {"", "/"}) {
     EXPECT_EQ(FSMktemp(root, path), -1);
@@ -294,13 +302,13 @@ TEST(FileOp, Traversal) {
   WriteFile(folder / "d1/x", "");
   WriteFile(folder / "d2/y", "");
   WriteFile(outside / "secret", "");
-  fs::create_directory_symlink(outside.path(), (folder / "d1/link").str());
+  std::vector<std::string> everything{"", "/d1", "/d1/x", "/d2", "/d2/y"};
+  if (test::MakeLink(outside.path(), (folder / "d1/link").str())) everything.push_back("/d1/link");
   const ustring root(folder.path());
 
   Walk all{{}, "nothing", root.size()};
   EXPECT_EQ(TraverseDir(root, Walk::Visit, &all), 0);
-  EXPECT_THAT(all.seen,
-              testing::UnorderedElementsAre("", "/d1", "/d1/x", "/d1/link", "/d2", "/d2/y"));
+  EXPECT_THAT(all.seen, testing::UnorderedElementsAreArray(everything));
 
   EXPECT_EQ(TraverseDir(
                 root, [](const ustring&, void*) { return 1; }, nullptr),

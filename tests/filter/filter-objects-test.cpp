@@ -14,6 +14,7 @@
 #include "lib/white-list-cpp.h"
 #include "platform/forwarding-files.h"
 #include "platform/forwarding-system.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -166,7 +167,7 @@ TEST(Policy, NodesOfTheRealDisk) {
   const FakeIdentity identity(folder / "data");
   std::filesystem::create_directories((folder / "data/Tolvenhub").str());
   test::WriteFile(folder / "file", "");
-  std::filesystem::create_symlink((folder / "file").str(), (folder / "link").str());
+  const bool has_link = test::MakeLink((folder / "file").str(), (folder / "link").str());
   const struct {
     const char* name;
     bool node, root;
@@ -178,10 +179,11 @@ TEST(Policy, NodesOfTheRealDisk) {
       {"data/Tol", true, false},      {"missing", true, false},
   };
   for (const auto& c : cases) {
+    if (!has_link && c.name == std::string("link")) continue;
     EXPECT_EQ(IsValidNode(folder / c.name), c.node) << c.name;
     EXPECT_EQ(IsValidSyncFolder(folder / c.name), c.root) << c.name;
   }
-  EXPECT_FALSE(IsValidNode("/dev/null"));
+  EXPECT_TRUE(test::kDevice == nullptr || !IsValidNode(test::kDevice));
 }
 
 TEST(Policy, AttributesAndDrives) {

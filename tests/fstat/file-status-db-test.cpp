@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "support/program.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -94,7 +95,7 @@ TEST_F(FileStatusDBTest, WaitsForTheLockOfAnotherConnection) {
 TEST_F(FileStatusDBTest, SharesTheFileWithAnotherProcess) {
   EXPECT_EQ(Set("C:\\ours"), 0);
   const auto run = [this](const std::string& sql) {
-    return std::system(("'" RUN_SQL "' '" + path_.str() + "' \"" + sql + "\"").c_str());
+    return test::RunProgram({RUN_SQL, path_, sql}).status;
   };
   ASSERT_EQ(run("update fstatinfo set syncStatus=5 where syncStatus=2;"
                 "insert into fstatinfo values(NULL,'theirs',0,2)"),

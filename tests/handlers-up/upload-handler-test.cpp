@@ -23,6 +23,7 @@
 #include "event-gen/session-fixture.h"
 #include "lib/proto-constants.h"
 #include "lib/white-list-cpp.h"
+#include "platform/clock.h"
 #include "platform/forwarding-files.h"
 #include "support/scripted-server.h"
 
@@ -115,8 +116,16 @@ class UploadHandlerTest : public test::SessionTest {
     WriteFile(ustring(Full(path)), content);
     Touch(path, age);
   }
+  void SetTime(const ustring& path, std::int64_t nanoseconds) const {
+    EXPECT_TRUE(platform::files().SetModifiedTime(Full(path), nanoseconds).ok());
+  }
+  std::int64_t TimeOf(const ustring& path) const {
+    platform::NodeInfo info;
+    EXPECT_TRUE(platform::files().Stat(Full(path), info).ok());
+    return info.mtime_ns;
+  }
   void Touch(const ustring& path, int age) {
-    fs::last_write_time(Full(path), fs::file_time_type::clock::now() - std::chrono::seconds(age));
+    SetTime(path, platform::clock().WallNanoseconds() - std::int64_t{age} * 1'000'000'000);
   }
 
   // The requests so far, without the handshakes, forgotten then; `n` of them are expected.
@@ -363,11 +372,11 @@ TEST_F(UploadHandlerTest, AFileThatChangesWhileItIsReadIsNotSent) {
 
 TEST_F(UploadHandlerTest, AnEditOfTheSameSizeWithinTheSecondIsFound) {
   Write("/file", "one", 0);
-  const fs::file_time_type time = fs::last_write_time(Full("/file"));
+  const std::int64_t time = TimeOf("/file");
   EXPECT_EQ(Handle("/file"), 0);
   Asked(1);
   WriteFile(ustring(Full("/file")), "two");
-  fs::last_write_time(Full("/file"), time);
+  SetTime("/file", time);
   EXPECT_EQ(Handle("/file"), 0);
   const PObject sent = Asked(1)[0];
   EXPECT_FALSE(sent["file"]["refer"].asBool());
@@ -473,10 +482,10 @@ TEST_F(ResumedUploadTest, BreaksAgainAndGoesOnFromWhatIsHeldThen) {
 
 TEST_F(ResumedUploadTest, AnotherFileOrAForgottenTokenStartsAnew) {
   // Of the same size, and written within the same second.
-  const fs::file_time_type time = fs::last_write_time(Full("/large"));
+  const std::int64_t time = TimeOf("/large");
   content_[700'000] = '!';
   WriteFile(ustring(Full("/large")), content_);
-  fs::last_write_time(Full("/large"), time + std::chrono::nanoseconds(1000));
+  SetTime("/large", time + 1000);
   breaks_ = true;
   EXPECT_EQ(Handle("/large"), ErrorCodes::ERR_IO);
   EXPECT_EQ(Action(Asked(3)[0]), "resume_get_token");

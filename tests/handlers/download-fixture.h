@@ -25,6 +25,7 @@
 #include "platform/mutex.h"
 #include "rsapi-cpp/simple-file-reader.h"
 #include "support/scripted-server.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven::test {
@@ -193,7 +194,7 @@ class DownloadFixture : public testing::Test {
     std::vector<std::string> texts;
     for (const auto& item : std::filesystem::directory_iterator(root_.str())) {
       if (item.path().string().find("_pc_") == std::string::npos) continue;
-      const std::string file = item.path().string() + inside;
+      const std::string file = Utf8(item.path()) + inside;
       if (std::filesystem::is_regular_file(file)) texts.push_back(ReadFile(ustring(file)));
     }
     return texts;

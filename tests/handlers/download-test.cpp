@@ -103,7 +103,9 @@ TEST_F(Download, TransfersWholeFilesAndDeltas) {
   TakeRequests();
   EXPECT_EQ(Handle(Change("/big", 7, new_text)), 0);
   EXPECT_EQ(Read("/big"), new_text);
-  EXPECT_EQ(File(Place("/big"), true).GetMode() & 07777U, 0750U);
+  if (HasModes()) {
+    EXPECT_EQ(File(Place("/big"), true).GetMode() & 07777U, 0750U);
+  }
   const DBFileInfo row = Row("/big");
   EXPECT_EQ(row.syncID, 7U);
   EXPECT_EQ(row.fileSize, new_text.size());
@@ -399,8 +401,8 @@ TEST_F(Download, RescansAndFiltersFirst) {
   EXPECT_TRUE(is_dropped(FolderChange("/a", 6)));
   EXPECT_FALSE(is_dropped(Change("/a", 6, "")));
   entry_.recursive = true;
-  std::filesystem::create_directory_symlink(folder_.path(), Place("/link").str());
-  EXPECT_TRUE(is_dropped(Change("/link/out", 6, "")));
+  const bool has_link = MakeLink(folder_.path(), Place("/link").str());
+  EXPECT_EQ(is_dropped(Change("/link/out", 6, "")), has_link);
 }
 
 }  // namespace

@@ -34,7 +34,8 @@ TEST(LogFormat, ShowsWhatPrintfShows) {
             "a|     b|c     |\xC3\xA4x|d|e\xE4\xB8\xAD");
   EXPECT_EQ(Format(L"%*d|%-*d|%.*s", 4, 1, 4, 2, 1, "xyz"), "   1|2   |x");
   EXPECT_EQ(Format(L"%p", reinterpret_cast<const void*>(0x1F)), "0x1f");
-  EXPECT_EQ(Format(L"\x4E2D %ls", L"\x4E2D\x1F600"), "\xE4\xB8\xAD \xE4\xB8\xAD\xF0\x9F\x98\x80");
+  EXPECT_EQ(Format(L"\x4E2D %ls", L"\u4E2D\U0001F600"),
+            "\xE4\xB8\xAD \xE4\xB8\xAD\xF0\x9F\x98\x80");
 }
 
 TEST(LogFormat, GoesByTheTypeOfTheArgument) {

@@ -72,9 +72,8 @@ const NtlmAccount kAccount{"User", "Password", "Domain", "COMPUTER"};
 class Echo : public LoopbackServer {
  public:
   Echo()
-      : LoopbackServer([](int fd) {
-          char byte = 0;
-          while (::recv(fd, &byte, 1, 0) == 1 && Send(fd, {&byte, 1})) {
+      : LoopbackServer([](Socket client) {
+          for (char byte = 0; Receive(client, &byte, 1) == 1 && Send(client, {&byte, 1});) {
           }
         }) {}
 };
@@ -92,11 +91,10 @@ struct Attempt {
   bool Carries() {
     const platform::NativeSocket socket = client.Handover();
     EXPECT_EQ(client.Handover(), platform::kInvalidSocket);
-    const int fd = static_cast<int>(socket);
     char byte = 'x';
-    pollfd wait{fd, POLLIN, 0};
-    const bool is_good = LoopbackServer::Send(fd, "y") && ::poll(&wait, 1, 60'000) == 1 &&
-                         ::recv(fd, &byte, 1, 0) == 1 && byte == 'y';
+    EXPECT_TRUE(platform::sockets().SetBlocking(socket, true).ok());
+    const bool is_good = LoopbackServer::Send(socket, "y") &&
+                         LoopbackServer::Receive(socket, &byte, 1) == 1 && byte == 'y';
     EXPECT_TRUE(platform::sockets().Close(socket).ok());
     return is_good;
   }
@@ -114,6 +112,17 @@ bool Eventually(const std::function<bool()>& condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return true;
+}
+
+// The system's number for a port where nobody listens.
+int RefusalOf(int port) {
+  platform::NativeSocket socket = platform::kInvalidSocket;
+  std::vector<platform::SocketAddress> addresses;
+  EXPECT_TRUE(platform::sockets().Resolve("127.0.0.1", port, true, addresses).ok());
+  EXPECT_TRUE(platform::sockets().Create(4, socket).ok());
+  const platform::Status status = platform::sockets().Connect(socket, addresses.front());
+  EXPECT_TRUE(platform::sockets().Close(socket).ok());
+  return status.code;
 }
 
 TEST(ProxyClientTest, LogsInByEachTypeAndByItsOwnChoice) {
@@ -147,14 +156,14 @@ TEST(ProxyClientTest, LogsInByEachTypeAndByItsOwnChoice) {
 TEST(ProxyClientTest, TheWeakestThatIsEnoughWinsWhicheverIsFirst) {
   // Who asks for nothing is let in last, and each finds its own name behind the header.
   std::atomic<int> others{0};
-  const LoopbackServer proxy([&](int fd) {
-    const std::string head = LoopbackServer::ReadHead(fd);
+  const LoopbackServer proxy([&](LoopbackServer::Socket client) {
+    const std::string head = LoopbackServer::ReadHead(client);
     const bool is_plain = head.find("Proxy-Authorization") == std::string::npos;
     if (is_plain) Eventually([&] { return others == 3; });
-    LoopbackServer::Send(fd,
+    LoopbackServer::Send(client,
                          std::string("HTTP/1.1 200 OK\r\n\r\n") + (is_plain ? "plain" : "login"));
     if (!is_plain) ++others;
-    LoopbackServer::AwaitEnd(fd);
+    LoopbackServer::AwaitEnd(client);
   });
   const ProxyLog log;
   Attempt attempt(proxy.port(), 1, PROXY_AUTO_AUTH, kAccount);
@@ -166,11 +175,13 @@ TEST(ProxyClientTest, TheWeakestThatIsEnoughWinsWhicheverIsFirst) {
                           "[INFO] lib/zentproxyclient_cpp []Discard proxy auth '3'\n"));
   EXPECT_EQ(proxy.accepted(), 4);
   EXPECT_TRUE(Eventually([&] { return proxy.open() == 1; }));
-  const int fd = static_cast<int>(attempt.client.Handover());
-  std::string name(5, '\0');
-  EXPECT_EQ(::recv(fd, name.data(), name.size(), MSG_WAITALL), 5);
+  const platform::NativeSocket socket = attempt.client.Handover();
+  EXPECT_TRUE(platform::sockets().SetBlocking(socket, true).ok());
+  std::string name;
+  char byte = 0;
+  while (name.size() < 5 && LoopbackServer::Receive(socket, &byte, 1) == 1) name += byte;
   EXPECT_EQ(name, "plain");
-  ::close(fd);
+  EXPECT_TRUE(platform::sockets().Close(socket).ok());
 }
 
 TEST(ProxyClientTest, SaysWhyItFailed) {
@@ -204,7 +215,7 @@ TEST(ProxyClientTest, SaysWhyItFailed) {
   fails_with(&server, &no_target, "target ip is not set");
   fails_with(&server, &no_port, "target port is not valid: '0'");
   fails_with(&newer, &target, "Failed to resolve proxy");
-  fails_with(&nobody, &target, "Failed to connect '" + std::to_string(ECONNREFUSED) + "'");
+  fails_with(&nobody, &target, "Failed to connect '" + std::to_string(RefusalOf(closed)) + "'");
   test::ScriptedSockets scripted(std::chrono::milliseconds(100), [](int) {});
   scripted.ConnectForEver();
   fails_with(&server, &target, "Select timed out");
@@ -218,9 +229,9 @@ TEST(ProxyClientTest, SaysWhyItFailed) {
 }
 
 TEST(ProxyClientTest, TellsOfEachFailedType) {
-  const LoopbackServer proxy([](int fd) {
-    LoopbackServer::ReadHead(fd);
-    LoopbackServer::Send(fd, "HTTP/1.1 403 Forbidden\r\n\r\n");
+  const LoopbackServer proxy([](LoopbackServer::Socket client) {
+    LoopbackServer::ReadHead(client);
+    LoopbackServer::Send(client, "HTTP/1.1 403 Forbidden\r\n\r\n");
   });
   const ProxyLog log;
   Attempt one(proxy.port(), 1, PROXY_BASIC_AUTH, kAccount);
@@ -241,10 +252,10 @@ TEST(ProxyClientTest, TellsOfEachFailedType) {
 
 TEST(ProxyClientTest, EndsAtOnceWhenItIsTold) {
   std::atomic<int> heard{0};
-  const LoopbackServer silent([&](int fd) {
-    LoopbackServer::ReadHead(fd);
+  const LoopbackServer silent([&](LoopbackServer::Socket client) {
+    LoopbackServer::ReadHead(client);
     ++heard;
-    LoopbackServer::AwaitEnd(fd);
+    LoopbackServer::AwaitEnd(client);
   });
   std::atomic<int> abort{0};
   Attempt attempt(silent.port(), 1, PROXY_AUTO_AUTH, kAccount);

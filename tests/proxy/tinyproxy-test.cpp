@@ -35,7 +35,7 @@ class Tinyproxy {
 
  private:
   void Start() {
-    port_ = LoopbackServer([](int) {}).port();
+    port_ = LoopbackServer([](LoopbackServer::Socket) {}).port();
     test::WriteFile(folder_ / "conf", "Port " + std::to_string(port_) +
                                           "\nListen 127.0.0.1\nTimeout 600\nMaxClients 50\n"
                                           "Allow 127.0.0.1\nBasicAuth ann secret\nLogLevel Info\n"
@@ -44,14 +44,14 @@ class Tinyproxy {
     ASSERT_TRUE(platform::process()
                     .Spawn({TINYPROXY, "-d", "-c", folder_ / "conf"}, folder_ / "output", child_)
                     .ok());
-    LoopbackServer probe([](int) {});
+    LoopbackServer probe([](LoopbackServer::Socket) {});
     const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
     int status = 0;
     while (!is_up_ && std::chrono::steady_clock::now() < end &&
            !platform::process().WaitForExit(child_, 20, status)) {
-      const int fd = probe.Connect(port_);
-      is_up_ = fd >= 0;
-      if (is_up_) probe.Close(fd);
+      const LoopbackServer::Socket socket = probe.Connect(port_);
+      is_up_ = socket != platform::kInvalidSocket;
+      if (is_up_) probe.Close(socket);
     }
     if (!is_up_) Stop();
   }

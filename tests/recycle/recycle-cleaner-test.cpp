@@ -9,6 +9,7 @@
 #include "platform/fake-clock.h"
 #include "platform/fault-plan.h"
 #include "platform/forwarding-files.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -165,7 +166,9 @@ TEST_F(RecycleCleanerTest, NeitherClosedFoldersNorLinksKeepAnItem) {
   test::WriteFile(ustring(tree + "/read-only/file"), "x");
   test::WriteFile(ustring(tree + "/shut/file"), "x");
   test::WriteFile(folder_ / "precious", "x");
-  std::filesystem::create_directory_symlink(folder_.path(), tree + "/link");
+  if (!test::HasModes() || !test::MakeLink(folder_.path(), tree + "/link")) {
+    GTEST_SKIP() << "neither closed folders nor links here";
+  }
   Registry::Entry entry;
   ASSERT_EQ(Registry::getInstance().Find(1, entry), 1);
   ASSERT_EQ(entry.event_db->addFileToRecycleBin("/tree", 1, "hash", ""), 0);

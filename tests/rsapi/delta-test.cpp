@@ -1,4 +1,4 @@
-// Signatures, deltas and patches: their bytes, beside rdiff, and beside a plain second version.
+// Signatures, deltas and patches: their bytes, and beside a plain second version.
 
 #include <gtest/gtest.h>
 
@@ -12,30 +12,7 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr const char* kRdiffSignature = "-b 2048 -S 8 -H md4 -R rollsum signature basis theirs";
-
-class DeltaTest : public ::testing::Test, protected Workbench {
- protected:
-  // Ours and rdiff's ways lead from `basis` to `content` and back.
-  void ExpectRoundTrip(const std::string& basis, const std::string& content) {
-    const std::string signature = Signature(basis, 2048, 8);
-    ASSERT_TRUE(Rdiff(kRdiffSignature));
-    ASSERT_EQ(signature, ReadFile(folder / "theirs"));
-    const std::string delta = Delta(signature, content);
-    ASSERT_EQ(result, 0);
-    ASSERT_TRUE(Rdiff("patch basis delta patched"));
-    ASSERT_EQ(ReadFile(folder / "patched"), content);
-    ASSERT_TRUE(Rdiff("delta signature new theirs"));
-    for (const std::string& patch : {delta, ReadFile(folder / "theirs")}) {
-      ASSERT_EQ(Patch(basis, patch, content.size()), content);
-      ASSERT_EQ(result, 0);
-      const std::string reverse = ReadFile(folder / "reverse");
-      ASSERT_EQ(Patch(content, reverse, basis.size()), basis);
-      ASSERT_EQ(result, 0);
-      ASSERT_LE(reverse.size(), basis.size() + 1000) << "nothing was shared";
-    }
-  }
-};
+class DeltaTest : public ::testing::Test, protected Workbench {};
 
 TEST_F(DeltaTest, CommandsAreTheNarrowestThereAre) {
   Random random(1);
@@ -77,23 +54,6 @@ TEST_F(DeltaTest, ASignatureThatDeceivesAtEveryByteCostsLittle) {
   EXPECT_LT(seconds, 20);
   EXPECT_EQ(result, 0);
   EXPECT_EQ(Patch(content.substr(0, kBlock), delta), content);
-}
-
-TEST_F(DeltaTest, AgreesWithRdiffAroundEveryBoundary) {
-  Random random(2);
-  for (const std::size_t near : {0u, 64u, 256u, 2048u, 4096u, 32768u, 65536u, 0x100000u}) {
-    for (const int beside : {-1, 0, 1}) {
-      const std::size_t size = near + static_cast<std::size_t>(std::max(beside, -int(near)));
-      const std::string basis = RandomText(random, size);
-      ASSERT_NO_FATAL_FAILURE(ExpectRoundTrip(basis, basis));
-      ASSERT_NO_FATAL_FAILURE(ExpectRoundTrip(basis, RandomText(random, 100) + basis));
-      ASSERT_NO_FATAL_FAILURE(ExpectRoundTrip(basis, Edited(random, basis)));
-      ASSERT_NO_FATAL_FAILURE(ExpectRoundTrip(std::string(size, '\0'), basis));
-    }
-  }
-  // Enough equal blocks for a long list, and a new file that has them at odd places.
-  const std::string zeros(300 * 2048, '\0');
-  ASSERT_NO_FATAL_FAILURE(ExpectRoundTrip(zeros + "x" + zeros, "y" + zeros + "z" + zeros));
 }
 
 TEST_F(DeltaTest, IsWhatThePlainVersionWrites) {

@@ -1,7 +1,6 @@
 // Signatures, deltas and patches of strings, through files in a folder of the test's own.
 #pragma once
 
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -72,10 +71,6 @@ struct Workbench {
     reader.setMaxSize(max_size);
     result = reader.readFile();
     return ReadFile(folder / "patched");
-  }
-  // Whether rdiff accepts its arguments, which name files of the folder.
-  bool Rdiff(const std::string& arguments) {
-    return std::system(("cd " + folder.path() + " && rdiff -f " + arguments).c_str()) == 0;
   }
 };
 

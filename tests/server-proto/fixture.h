@@ -166,7 +166,7 @@ class ServerFixture : public testing::Test {
   std::vector<std::string> FilesIn(const std::string& name) {
     std::vector<std::string> files;
     for (const auto& entry : std::filesystem::directory_iterator((folder_ / name).str())) {
-      if (entry.is_regular_file()) files.push_back(entry.path().filename());
+      if (entry.is_regular_file()) files.push_back(Utf8(entry.path().filename()));
     }
     return files;
   }

@@ -1,10 +1,9 @@
 // The administrator's commands, by running the real program.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <string>
 
+#include "support/program.h"
 #include "support/temp-folder.h"
 
 namespace tolven {
@@ -12,18 +11,12 @@ namespace {
 
 class ServerProgram {
  public:
-  // Standard output; the exit status goes to `status`.
-  std::string Run(const std::string& words, bool errors = false) {
-    const std::string command = std::string(SERVER) + " " + words + " --data " + folder_.path() +
-                                "/server" + (errors ? " 2>&1" : " 2>/dev/null");
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::string output;
-    std::array<char, 4096> buffer;
-    while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe)) {
-      output.append(buffer.data(), got);
-    }
-    status = pclose(pipe) >> 8;
-    return output;
+  // What it prints; the exit status goes to `status`.
+  std::string Run(const std::string& words) {
+    const test::Outcome outcome =
+        test::RunLine(SERVER, words + " --data " + folder_.path() + "/server");
+    status = outcome.status;
+    return outcome.output;
   }
   const test::TempFolder& folder() const { return folder_; }
   int status = -1;
@@ -34,7 +27,7 @@ class ServerProgram {
 
 TEST(ServerAdmin, SetsUpAServerAndTellsOfIt) {
   ServerProgram server;
-  EXPECT_NE(server.Run("ls", true).find("init"), std::string::npos);
+  EXPECT_NE(server.Run("ls").find("init"), std::string::npos);
   EXPECT_EQ(server.status, 1);
   server.Run("init");
   EXPECT_EQ(server.status, 0);

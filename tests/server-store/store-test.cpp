@@ -15,6 +15,7 @@
 #include "server/store/sha256.h"
 #include "server/store/small-content-mover.h"
 #include "server/store/sqlite-metadata.h"
+#include "support/program.h"
 #include "support/temp-folder.h"
 
 namespace tolven::server {
@@ -368,10 +369,10 @@ TEST(StoreKilled, LosesNoAcknowledgedChange) {
   const test::TempFolder folder;
   constexpr unsigned kRounds = 120;
   for (unsigned round = 0; round < kRounds; ++round) {
-    const std::string command = std::string(STORE_WRITER) + " " + folder.path() + " " +
-                                std::to_string(1 + round * 50) + " " +
-                                std::to_string(1 + round * 37 % 811);
-    ASSERT_EQ(std::system(command.c_str()) >> 8, 9) << command;
+    const test::Outcome killed =
+        test::RunProgram({STORE_WRITER, folder.path(), std::to_string(1 + round * 50),
+                          std::to_string(1 + round * 37 % 811)});
+    ASSERT_EQ(killed.status, 9) << round << ": " << killed.output;
     if (round % 6 != 5) continue;  // mostly, the next writer finds what the last one left
     SqliteMetadata metadata;
     FileContentStore contents(folder / "contents");

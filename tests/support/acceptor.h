@@ -4,12 +4,12 @@
 #include <atomic>
 #include <functional>
 #include <list>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 
 #include "lib/channel.h"
 #include "platform/sockets.h"
+#include "support/loopback-listener.h"
 
 namespace tolven::test {
 
@@ -20,30 +20,24 @@ class Acceptor {
   using Serve = std::function<void(Channel& channel, int number)>;
 
   explicit Acceptor(Serve serve) : serve_(std::move(serve)) {
-    platform::Sockets& sockets = platform::sockets();
-    if (!sockets.Create(4, listener_).ok() || !sockets.BindLoopback(listener_, 0).ok() ||
-        !sockets.Listen(listener_, 64).ok() || !sockets.LocalPort(listener_, port_).ok()) {
-      throw std::runtime_error("no listener");
-    }
     acceptor_ = std::thread([this] { Accept(); });
   }
   ~Acceptor() {
     stop_ = 1;
-    (void)platform::sockets().ShutDown(listener_);
+    listener_.Stop();
     acceptor_.join();
     for (std::thread& connection : connections_) connection.join();
-    (void)platform::sockets().Close(listener_);
   }
   Acceptor(const Acceptor&) = delete;
   Acceptor& operator=(const Acceptor&) = delete;
 
-  int port() const { return port_; }
+  int port() const { return listener_.port(); }
   int accepted() const { return accepted_; }
 
  private:
   void Accept() {
     platform::NativeSocket peer = platform::kInvalidSocket;
-    while (platform::sockets().Accept(listener_, peer).ok()) {
+    while (listener_.Accept(peer)) {
       connections_.emplace_back([this, peer, number = accepted_++] {
         Channel channel;
         channel.SetFlag(&stop_);
@@ -56,8 +50,7 @@ class Acceptor {
   const Serve serve_;
   std::atomic<int> stop_{0};
   std::atomic<int> accepted_{0};
-  platform::NativeSocket listener_ = platform::kInvalidSocket;
-  int port_ = 0;
+  LoopbackListener listener_;
   std::thread acceptor_;
   std::list<std::thread> connections_;  // the acceptor's, until it has ended
 };

@@ -56,7 +56,7 @@ class FaultyVfs {
   }
   static bool Allows(const char* call) { return !Hook() || Hook()(call).ok(); }
   static sqlite3_vfs* Real() {
-    static sqlite3_vfs* const real = sqlite3_vfs_find("unix");
+    static sqlite3_vfs* const real = sqlite3_vfs_find(nullptr);
     return real;
   }
 

@@ -2,13 +2,6 @@
 // such servers do with them.
 #pragma once
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <array>
 #include <atomic>
 #include <functional>
@@ -19,132 +12,155 @@
 #include <string_view>
 #include <thread>
 
+#include "platform/sockets.h"
+#include "support/loopback-listener.h"
+
 namespace tolven::test {
 
 class LoopbackServer {
  public:
+  using Socket = platform::NativeSocket;
   // `serve` is called in a thread for each connection, which is closed after it. Its calls fail
   // once the object goes.
-  using Serve = std::function<void(int fd)>;
+  using Serve = std::function<void(Socket socket)>;
 
   explicit LoopbackServer(Serve serve) : serve_(std::move(serve)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = Address(0);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
-    EXPECT_EQ(::listen(listener_, 64), 0);
-    EXPECT_EQ(::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    port_ = ntohs(address.sin_port);
     accepting_ = std::thread([this] { Accept(); });
   }
   ~LoopbackServer() {
-    ::shutdown(listener_, SHUT_RDWR);
+    listener_.Stop();
     accepting_.join();
     {
       const std::lock_guard lock(mutex_);
       is_ending_ = true;
-      for (const int fd : fds_) ::shutdown(fd, SHUT_RDWR);
+      for (const Socket each : sockets_) End(each);
     }
     for (std::thread& each : serving_) each.join();
-    ::close(listener_);
   }
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
-  int port() const { return port_; }
+  int port() const { return listener_.port(); }
   int accepted() const { return accepted_; }
   int open() const { return open_; }
 
-  // A connection to another port here, which ends with this object, too; -1 for none.
-  int Connect(int port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = Address(port);
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      ::close(fd);
-      return -1;
-    }
-    Keep(fd);
-    return fd;
+  // A connection to another port here, which ends with this object, too; kInvalidSocket for none.
+  Socket Connect(int port) {
+    const Socket made = LoopbackListener::Connect(port);
+    if (made != platform::kInvalidSocket) Keep(made);
+    return made;
   }
-  void Close(int fd) {
+  void Close(Socket socket) {
     const std::lock_guard lock(mutex_);
-    fds_.erase(fd);
-    ::close(fd);
-  }
-  // Carries bytes both ways until one side ends.
-  void Join(int client, int port) {
-    const int target = Connect(port);
-    if (target < 0) return;
-    std::array<pollfd, 2> ends{pollfd{client, POLLIN, 0}, pollfd{target, POLLIN, 0}};
-    while (::poll(ends.data(), ends.size(), -1) > 0) {
-      if (ends[0].revents != 0 && !Move(client, target)) break;
-      if (ends[1].revents != 0 && !Move(target, client)) break;
+    sockets_.erase(socket);
+    {
+      const std::lock_guard ended(EndedOnes().mutex);
+      EndedOnes().sockets.erase(socket);
     }
+    (void)g_sockets.Close(socket);
+  }
+  // Is told of the bytes that were carried, from the client or to it; false ends the connection.
+  using Watch = std::function<bool(bool is_from_client, std::size_t size)>;
+  // Carries bytes both ways until one side ends.
+  void Join(
+      Socket client, int port, const Watch& watch = [](bool, std::size_t) { return true; }) {
+    const Socket target = Connect(port);
+    if (target == platform::kInvalidSocket) return;
+    const auto carry = [&](Socket from, Socket to) {
+      std::array<char, 16'384> bytes;
+      for (std::size_t got = 1; got > 0;) {
+        got = Receive(from, bytes.data(), bytes.size());
+        if (!Send(to, {bytes.data(), got}) || (got > 0 && !watch(from == client, got))) break;
+      }
+      End(from);
+      End(to);
+    };
+    std::thread back(carry, target, client);
+    carry(client, target);
+    back.join();
     Close(target);
   }
 
-  static bool Send(int fd, std::string_view bytes) {
+  static bool Send(Socket socket, std::string_view bytes) {
     while (!bytes.empty()) {
-      const ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-      if (sent <= 0) return false;
-      bytes.remove_prefix(static_cast<std::size_t>(sent));
+      std::size_t sent = 0;
+      if (!g_sockets.Send(socket, bytes.data(), bytes.size(), sent).ok() || sent == 0) return false;
+      bytes.remove_prefix(sent);
     }
     return true;
   }
+  // 0 at the end of the connection, whatever the reason.
+  static std::size_t Receive(Socket socket, char* data, std::size_t size) {
+    // Not every system ends a read when its own socket is shut down.
+    while (g_sockets.Wait(socket, platform::SocketWait::kRead, kLookAroundMs)
+               .is(platform::ErrorKind::kTimedOut)) {
+      if (HasEnded(socket)) return 0;
+    }
+    std::size_t got = 0;
+    return g_sockets.Receive(socket, data, size, got).ok() ? got : 0;
+  }
   // Up to and with the empty line, and nothing behind it; empty at the end of the connection.
-  static std::string ReadHead(int fd) {
+  static std::string ReadHead(Socket socket) {
     std::string head;
     char byte = 0;
     while (!head.ends_with("\r\n\r\n")) {
-      if (::recv(fd, &byte, 1, 0) != 1) return {};
+      if (Receive(socket, &byte, 1) != 1) return {};
       head += byte;
     }
     return head;
   }
-  static void AwaitEnd(int fd) {
+  static void AwaitEnd(Socket socket) {
     std::array<char, 4096> bytes;
-    while (::recv(fd, bytes.data(), bytes.size(), 0) > 0) {
+    while (Receive(socket, bytes.data(), bytes.size()) > 0) {
     }
   }
 
  private:
-  static sockaddr_in Address(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
+  static constexpr int kLookAroundMs = 50;
+
+  // Those that were shut down here and are still open.
+  struct Ended {
+    std::mutex mutex;
+    std::set<Socket> sockets;
+  };
+  static Ended& EndedOnes() {
+    static Ended ended;
+    return ended;
   }
-  static bool Move(int from, int to) {
-    std::array<char, 16'384> bytes;
-    const ssize_t got = ::recv(from, bytes.data(), bytes.size(), 0);
-    return got > 0 && Send(to, {bytes.data(), static_cast<std::size_t>(got)});
+  static void End(Socket socket) {
+    const std::lock_guard lock(EndedOnes().mutex);
+    EndedOnes().sockets.insert(socket);
+    (void)g_sockets.ShutDown(socket);
   }
-  void Keep(int fd) {
+  static bool HasEnded(Socket socket) {
+    const std::lock_guard lock(EndedOnes().mutex);
+    return EndedOnes().sockets.contains(socket);
+  }
+
+  void Keep(Socket socket) {
     const std::lock_guard lock(mutex_);
-    fds_.insert(fd);
-    if (is_ending_) ::shutdown(fd, SHUT_RDWR);
+    sockets_.insert(socket);
+    if (is_ending_) End(socket);
   }
   void Accept() {
-    for (;;) {
-      const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd < 0) return;
-      Keep(fd);
+    Socket visitor = platform::kInvalidSocket;
+    while (listener_.Accept(visitor)) {
+      Keep(visitor);
       ++accepted_;
       ++open_;
-      serving_.emplace_back([this, fd] {
-        serve_(fd);
-        Close(fd);
+      serving_.emplace_back([this, visitor] {
+        serve_(visitor);
+        Close(visitor);
         --open_;
       });
     }
   }
 
   const Serve serve_;
-  int listener_ = -1, port_ = 0;
+  LoopbackListener listener_;
   std::atomic<int> accepted_{0}, open_{0};
   std::mutex mutex_;
-  std::set<int> fds_;
+  std::set<Socket> sockets_;
   bool is_ending_ = false;
   std::list<std::thread> serving_;
   std::thread accepting_;

@@ -22,7 +22,8 @@ class TempFolder {
       made = fs::temp_directory_path() / ("tolven-test-" + std::to_string(random()));
     } while (!fs::create_directory(made));
     fs::permissions(made, fs::perms::owner_all);
-    path_ = made.generic_string();
+    const std::u8string text = made.generic_u8string();
+    path_.assign(text.begin(), text.end());
   }
   ~TempFolder() {
     std::error_code ignored;
@@ -41,6 +42,12 @@ class TempFolder {
 inline std::filesystem::path FsPath(const ustring& path) {
   const std::string& text = path.str();
   return std::u8string(text.begin(), text.end());
+}
+
+// With "/" as separator.
+inline std::string Utf8(const std::filesystem::path& path) {
+  const std::u8string text = path.generic_u8string();
+  return {text.begin(), text.end()};
 }
 
 inline void WriteFile(const ustring& path, const std::string& content) {

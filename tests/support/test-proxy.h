@@ -20,7 +20,7 @@ class TestProxy {
       : wants_(wants),
         account_(account),
         ntlm_(std::move(account), wants == Wants::kNtlm2),
-        server_([this](int fd) { Serve(fd); }) {}
+        server_([this](LoopbackServer::Socket client) { Serve(client); }) {}
 
   int port() const { return server_.port(); }
   int open() const { return server_.open(); }
@@ -66,19 +66,19 @@ class TestProxy {
     return std::stoi(target.substr(target.rfind(':') + 1));
   }
 
-  void Serve(int fd) {
+  void Serve(LoopbackServer::Socket client) {
     for (;;) {
-      const std::string head = LoopbackServer::ReadHead(fd);
+      const std::string head = LoopbackServer::ReadHead(client);
       if (head.empty()) return;
       const int port = ReadRequest(head);
       std::string challenge;
       if (port != 0 && Admits(Value(head, "Proxy-Authorization"), challenge)) {
         ++joined_;
-        LoopbackServer::Send(fd, "HTTP/1.1 200 Connection established\r\nVia: test\r\n\r\n");
-        server_.Join(fd, port);
+        LoopbackServer::Send(client, "HTTP/1.1 200 Connection established\r\nVia: test\r\n\r\n");
+        server_.Join(client, port);
         return;
       }
-      LoopbackServer::Send(fd, Refusal(challenge));
+      LoopbackServer::Send(client, Refusal(challenge));
     }
   }
 

@@ -30,7 +30,7 @@ class TestRelay {
       : manner_(std::move(manner)),
         certificates_("some.relay.example", ""),
         context_(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free),
-        server_([this](int fd) { Serve(fd); }) {}
+        server_([this](LoopbackServer::Socket client) { Serve(client); }) {}
 
   int port() const { return server_.port(); }
   int accepted() const { return server_.accepted(); }
@@ -109,19 +109,19 @@ class TestRelay {
     return head;
   }
 
-  Session Accept(int fd) {
+  Session Accept(LoopbackServer::Socket client) {
     const std::lock_guard lock(mutex_);
     SSL_CTX_use_certificate_chain_file(context_.get(), certificates_.certificate().c_str_utf8());
     SSL_CTX_use_PrivateKey_file(context_.get(), certificates_.key().c_str_utf8(), SSL_FILETYPE_PEM);
     SSL_CTX_set_min_proto_version(context_.get(), manner_.least_version);
     Session ssl(SSL_new(context_.get()), &SSL_free);
-    SSL_set_fd(ssl.get(), fd);
+    SSL_set_fd(ssl.get(), static_cast<int>(client));
     return ssl;
   }
 
   // The target's port once the client is to be led on, else 0.
-  int Greet(int fd) {
-    const Session ssl = Accept(fd);
+  int Greet(LoopbackServer::Socket client) {
+    const Session ssl = Accept(client);
     if (SSL_accept(ssl.get()) != 1) return 0;
     if (SSL_version(ssl.get()) != TLS1_2_VERSION) Complain("a newer TLS than records allow");
     if (SSL_get_servername(ssl.get(), TLSEXT_NAMETYPE_host_name) != nullptr) Complain("a name");
@@ -135,11 +135,11 @@ class TestRelay {
     return port;
   }
 
-  void Serve(int fd) {
-    const int port = Greet(fd);
+  void Serve(LoopbackServer::Socket client) {
+    const int port = Greet(client);
     if (port == 0 || !manner_.stays) return;
     ++joined_;
-    server_.Join(fd, port);
+    server_.Join(client, port);
   }
 
   const Manner manner_;

@@ -10,6 +10,7 @@
 #include "platform/fault-plan.h"
 #include "platform/forwarding-sockets.h"
 #include "support/channel-pair.h"
+#include "support/system.h"
 #include "support/temp-folder.h"
 #include "transport/loopback.h"
 #include "transport/scripted-sockets.h"
@@ -24,11 +25,6 @@ using test::ScriptedSockets;
 struct TotalReporter : Channel::WriterProgressReporter {
   void Report(std::uint64_t count) override { bytes += count; }
 };
-
-std::size_t OpenDescriptors() {
-  return static_cast<std::size_t>(std::distance(
-      std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator()));
-}
 
 // A file of `size` bytes, whose byte at each place is known, open for reading.
 struct SourceFile {
@@ -91,7 +87,7 @@ TEST(ChannelTest, IntegersAreBigEndianAndReadsAreExact) {
 }
 
 TEST(ChannelTest, OpensOnceAndAgainAfterClose) {
-  const std::size_t before = OpenDescriptors();
+  const std::size_t before = test::OpenHandles();
   {
     ChannelPair pair;
     EXPECT_EQ(pair.a.Open(platform::NativeSocket{0}, true), -4);
@@ -107,7 +103,7 @@ TEST(ChannelTest, OpensOnceAndAgainAfterClose) {
     EXPECT_EQ(pair.b.FlushWrite(0) + pair.b.WriteByte(1), -3);
     EXPECT_EQ(pair.b.ReadByte(value), -2);
   }
-  EXPECT_EQ(OpenDescriptors(), before);
+  EXPECT_EQ(test::OpenHandles(), before);
 }
 
 TEST(ChannelTest, SendfileDeliversTheSliceAndCountsExactlyItsBytes) {
@@ -154,7 +150,9 @@ TEST(ChannelTest, SlowPeerGetsTheWholeFileAndAStalledOneATimeOut) {
   stalled = true;
   const int before = sockets.waits();
   EXPECT_EQ(pair.a.Sendfile(source.file.get(), 0, kSize, &reporter), -2);
-  EXPECT_EQ(sockets.waits() - before, 2);
+  // Not before a second of silence, though something may still have gone out first.
+  EXPECT_GE(sockets.waits() - before, 2);
+  EXPECT_LE(sockets.waits() - before, 20);
 }
 
 TEST(ChannelTest, FlagEndsReadWriteSendfileAndConnect) {
@@ -220,7 +218,7 @@ TEST(ChannelTest, FlagSetByAnotherThreadIsNoticedInTime) {
 // Whatever call fails, each run ends, says so or succeeds, and leaves no descriptor behind.
 TEST(ChannelTest, SurvivesAFailureOfEverySocketCall) {
   const SourceFile source(100'000);
-  const std::size_t before = OpenDescriptors();
+  const std::size_t before = test::OpenHandles();
   platform::FaultPlan plan;
   platform::ForwardingSockets faulty(platform::sockets(), plan.hook());
   for (unsigned nth = 1;; ++nth) {
@@ -250,7 +248,7 @@ TEST(ChannelTest, SurvivesAFailureOfEverySocketCall) {
       EXPECT_TRUE(!good || (data == source.content && tail == 5)) << nth;
       platform::SetSockets(real);
     }
-    EXPECT_EQ(OpenDescriptors(), before) << nth;
+    EXPECT_EQ(test::OpenHandles(), before) << nth;
     if (plan.failures() == 0) {
       EXPECT_TRUE(good);
       break;

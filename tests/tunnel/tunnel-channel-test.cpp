@@ -126,11 +126,13 @@ TEST(TunnelChannelTest, FailsWithoutARelay) {
   EXPECT_EQ(ProxyTunnelChannel(ProxyAt(1), TunnelTo(1)).Open("host", -1), 0);
   const TestProxy proxy(TestProxy::Wants::kNothing);
   // No TLS, a TLS that is too new, and nobody at all.
-  const LoopbackServer plain([](int fd) { LoopbackServer::Send(fd, "HTTP/1.1 200 OK\r\n\r\n"); });
+  const LoopbackServer plain([](LoopbackServer::Socket client) {
+    LoopbackServer::Send(client, "HTTP/1.1 200 OK\r\n\r\n");
+  });
   const TestRelay modern({.least_version = TLS1_3_VERSION});
   int closed = 0;
   {
-    const LoopbackServer gone([](int) {});
+    const LoopbackServer gone([](LoopbackServer::Socket) {});
     closed = gone.port();
   }
   for (const int port : {plain.port(), modern.port(), closed}) {

@@ -22,7 +22,7 @@ end() {
   wait || true
   if ((status != 0)); then
     echo "== Windows"; tail -n 20 "$work/windows.out" "$work/winctl.out" | cut -c1-300
-    grep -ha 'ERROR\|CRIT' "$WINEPREFIX"/drive_c/users/*/AppData/Local/Tolvenhub/log/*.log | tail -n 20 | cut -c1-300
+    grep -ha 'ERROR\|CRIT' "$WINEPREFIX"/drive_c/data/Tolvenhub/log/*.log | tail -n 20 | cut -c1-300
     echo "== Linux"; tail -n 20 "$work/linux.out" | cut -c1-300
   fi
   rm -rf "$work"
