@@ -3,9 +3,9 @@
 #include <string_view>
 
 #include "lib/proto-constants.h"
+#include "server/protocol/fill-file.h"
 #include "server/protocol/path-rule.h"
 #include "server/store/content-store.h"
-#include "server/store/fill-file.h"
 
 namespace tolven::server {
 

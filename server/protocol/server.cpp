@@ -11,7 +11,7 @@
 #include "server/protocol/connection-table.h"
 #include "server/protocol/listener.h"
 #include "server/protocol/service.h"
-#include "server/store/small-content-mover.h"
+#include "server/protocol/small-content-mover.h"
 
 namespace tolven::server {
 

@@ -11,9 +11,9 @@
 
 #include "platform/fault-plan.h"
 #include "platform/forwarding-files.h"
+#include "server/protocol/small-content-mover.h"
 #include "server/store/file-content-store.h"
 #include "server/store/sha256.h"
-#include "server/store/small-content-mover.h"
 #include "server/store/sqlite-metadata.h"
 #include "support/program.h"
 #include "support/temp-folder.h"

@@ -1,4 +1,4 @@
-#include "server/store/fill-file.h"
+#include "server/protocol/fill-file.h"
 
 #include "platform/files.h"
 

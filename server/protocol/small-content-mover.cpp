@@ -1,4 +1,4 @@
-#include "server/store/small-content-mover.h"
+#include "server/protocol/small-content-mover.h"
 
 #include <chrono>
 #include <utility>
@@ -6,7 +6,7 @@
 
 #include "lib/log.h"
 #include "lib/temp-file.h"
-#include "server/store/fill-file.h"
+#include "server/protocol/fill-file.h"
 
 namespace tolven::server {
 
