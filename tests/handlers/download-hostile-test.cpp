@@ -137,14 +137,33 @@ class HookedDisk {
   platform::Files* const before_;
 };
 
+TEST_F(DownloadFailure, AFolderThatGoesAwayIsNotMadeAnew) {
+  answer_ = [&](const PObject&) { return Whole("theirs", 6); };
+  const std::string root = Place("").str(), away = root + ".away";
+  const auto take_away = [&](const std::string& call) {
+    if (call == "Sync" && std::filesystem::exists(root)) std::filesystem::rename(root, away);
+    return platform::Status{};
+  };
+  {
+    const HookedDisk disk(take_away);
+    EXPECT_LT(Handle(Change("/new/folder/file", 6, "theirs")), 0);
+  }
+  EXPECT_FALSE(std::filesystem::exists(root));
+  std::filesystem::rename(away, root);
+  EXPECT_EQ(Handle(Change("/new/folder/file", 6, "theirs")), 0);
+  EXPECT_EQ(Read("/new/folder/file"), "theirs");
+}
+
 TEST_F(DownloadFailure, LosesNoEditMadeAtTheLastMoment) {
   // Once the old content was judged, and right before the new one comes in its place.
   answer_ = [&](const PObject&) { return Whole("theirs", 6); };
   PutSynced("/file", "basis", 5);
   bool is_finished = false, is_edited = false;
+  int looks = 0;
   const auto edit_file = [&](const std::string& call) {
     if (call == "Sync") is_finished = true;
-    if (is_finished && !is_edited && call == "StatTarget") {
+    // The first look is the one that it is judged by.
+    if (is_finished && call == "Stat" && ++looks == 2) {
       is_edited = true;
       WriteFile(Place("/file"), "mine!");
     }

@@ -211,7 +211,7 @@ int SessionSetup::CheckFolders() {
     return Fail(__LINE__, L"[ERROR] app(%d): local config folder (%s) is not a directory\n",
                 entry_.config_path);
   }
-  if (FSMKDir(paths_.signatures, true) < 0) {
+  if (FSMakeFolder(paths_.signatures) < 0) {
     return Fail(__LINE__, L"[ERROR] app(%d): Failed to create signature directory at %s.\n",
                 paths_.signatures);
   }
@@ -250,12 +250,13 @@ int SessionSetup::ProveRoot() {
 
 int SessionSetup::MakeWorkingDirectory() {
   const ustring working_directory = JoinPath(entry_.local_path, kWorkingDirectory);
-  if (EmptyWorkingDirectory(working_directory) < 0 || FSMKDir(working_directory, true) < 0) {
+  // Never the session's folder itself: made anew it would hold the id, and all in it would be gone.
+  if (EmptyWorkingDirectory(working_directory) < 0 || FSMKDir(working_directory, false) < 0) {
     return Fail(__LINE__, L"[ERROR] app(%d): Failed to create working directory at %s.\n",
                 working_directory);
   }
   const ustring recycle_bin = working_directory + "/" + kRecycleBin;
-  if (FSMKDir(recycle_bin, true) < 0) {
+  if (FSMKDir(recycle_bin, false) < 0) {
     return Fail(__LINE__, L"[ERROR] app(%d): Failed to create recycle bin directory at %s.\n",
                 recycle_bin);
   }

@@ -1,4 +1,7 @@
 // Putting what was downloaded in place.
+#include <algorithm>
+#include <string_view>
+
 #include "client/core/conflict-rename.h"
 #include "client/core/handlers/download-remote-handler.h"
 #include "client/core/handlers/handler-log.h"
@@ -7,6 +10,7 @@
 #include "client/event-path.h"
 #include "client/file-event-db.h"
 #include "platform/clock.h"
+#include "platform/files.h"
 #include "rsapi-cpp/delta-file-reader.h"
 #include "rsapi-cpp/simple-file-reader.h"
 
@@ -20,6 +24,23 @@ constexpr int kMaxPatchErrors = 3;
 // How often a target that keeps changing is looked at again.
 constexpr int kPlaceTries = 5;
 constexpr int kNotRenamed = 1;
+
+// Makes a folder with those on its way, each durable in the one above it, but for the session's own
+// folder: one that is away for the moment is not made anew in its place.
+int MakeFolderBelow(const ustring& root, const ustring& path) {
+  platform::Files& files = platform::files();
+  platform::NodeInfo info;
+  const std::string_view text = path.view();
+  for (std::size_t end = root.size(); end < text.size();) {
+    const std::size_t above = end;
+    end = std::min(text.find('/', above + 1), text.size());
+    const ustring folder(text.substr(0, end));
+    const bool is_new = files.Stat(folder, info).is(platform::ErrorKind::kNotFound);
+    if (const int made = FSMKDir(folder, false); made != 0) return made;
+    if (is_new && !files.SyncDirectory(ustring(text.substr(0, above))).ok()) return -1;
+  }
+  return 0;
+}
 
 }  // namespace
 
@@ -51,7 +72,7 @@ int DownloadRemoteHandler::ProcessDownloadDirectory(const PObject& response) {
     HANDLER_ERROR("ProcessDownloadDirectory: HandleDownloadConflict(%s) failed.", path);
     return code;
   }
-  const int made = FSMakeFolder(path);
+  const int made = MakeFolderBelow(GetContext().GetEntry().local_path, path);
   if (made != 0) {
     HANDLER_ERROR("ProcessDownloadDirectory: Cannot create directory '%s'.", path);
     return made == kNameNotSupported ? made : static_cast<int>(ERR_SYS);
@@ -278,7 +299,8 @@ int DownloadRemoteHandler::ClearTarget(const PObject& response, FILE_INFO& expec
 
 int DownloadRemoteHandler::MakeParent() {
   const std::string_view path = GetContext().GetFullPath().view();
-  const int made = FSMakeFolder(ustring(path.substr(0, path.rfind('/'))));
+  const int made =
+      MakeFolderBelow(GetContext().GetEntry().local_path, ustring(path.substr(0, path.rfind('/'))));
   if (made == 0) return 0;
   HANDLER_ERROR("MoveFileToTarget: Cannot create parent directory of '%s'.",
                 GetContext().GetFullPath());

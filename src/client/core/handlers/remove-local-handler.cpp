@@ -189,13 +189,17 @@ int RemoveLocalHandler::Remove(File& file) {
 }
 
 int RemoveLocalHandler::MoveToRecycleBin(File& file, ustring& name) {
-  const ustring bin = GetContext().GetRecycleBinDir();
+  const EventContext& context = GetContext();
+  const ustring bin = context.GetRecycleBinDir();
   const ustring from = file.GetPath();
   ustring target;
   if (FSCreateTempPath(bin, target) != 0) return -1;
   name = ustring("/" + FileHelper::GetBaseName(target).str());
-  // Somebody may have removed the bin.
-  if (!file.Rename(target) && (FSMKDir(bin, true) != 0 || !file.Rename(target))) {
+  // Somebody may have removed the bin, and where it was; not the session's own folder.
+  const auto make_bin = [&] {
+    return FSMKDir(context.GetWorkingDirectory(), false) == 0 && FSMKDir(bin, false) == 0;
+  };
+  if (!file.Rename(target) && !(make_bin() && file.Rename(target))) {
     HANDLER_ERROR("Worker (%d): Failed to (re)move directory from '%s' to '%s'", GetWorkerId(),
                   from, target);
     return -1;
