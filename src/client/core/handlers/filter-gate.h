@@ -14,8 +14,8 @@ class FilterGate {
   // `source` stands in front of the log lines. Both have to live as long as the gate.
   FilterGate(const EventContext& context, const char* source);
 
-  // 0 when what was asked may take part; otherwise what holds it back, for CanBeRemembered. TestPath
-  // may also give FilterHelper::kNotLookedAt.
+  // 0 when what was asked may take part; otherwise what holds it back, for CanBeRemembered.
+  // TestPath may also give FilterHelper::kNotLookedAt.
   int TestPath() const;
   int TestSize(std::uint64_t size) const;
   // A block by the process's own rules, of the code that the rule gave.
