@@ -362,9 +362,12 @@ TEST_F(RemovalAccess, MembersThatAUserMayNotTouchStay) {
   for (const char* secret : {"by-ada/sub/secret", "by-bob/sub/secret"}) seen.erase(secret);
   ExpectFiles(bob, seen);
 
+  // By itself first: a folder that goes in one piece is refused in one piece.
+  Remove(bob, "by-bob/open");
+  all.erase("by-bob/open");
+  ExpectFiles(ada, all);
   Remove(bob, "by-bob");
   Write(bob, "mark", "mark");
-  all.erase("by-bob/open");
   all["mark"] = "mark";
   ExpectFiles(ada, all);
   // Here they stay away: bob's removal waits for the right to it.
